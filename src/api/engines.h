@@ -1,0 +1,20 @@
+// The process-wide registries and singletons of the C interface. Only the
+// export functions in this folder touch them.
+#pragma once
+
+#include "api/registry.h"
+
+class TBNEngineGeneral;
+
+namespace kestrel::meridian {
+class CHeadConverter;
+class TBNEngineStd;
+}  // namespace kestrel::meridian
+
+namespace kestrel::meridian::api {
+
+Registry<CHeadConverter>& headConverters();
+Registry<TBNEngineGeneral>& tangentFrameEngines();
+Singleton<TBNEngineStd>& fixedTangentFrameEngine();
+
+}  // namespace kestrel::meridian::api

@@ -1,0 +1,42 @@
+// Head swap: resampling a template-topology face onto the head and into the
+// game engine's vertex order.
+#pragma once
+
+#include <string>
+
+#include <Eigen/Core>
+
+#include "io/correspondence.h"
+
+namespace kestrel::meridian {
+
+class CHeadConverter {
+public:
+    /// Vertices of the template topology that every input head has.
+    static constexpr Eigen::Index kTemplateVertexCount = 20481;
+
+    /// Loads "idx_tavi2head.corresp" and then "idx_head2ue4.corresp" from
+    /// `modelDir` (a separator is inserted when missing). False when a file
+    /// cannot be opened (the second is not tried after the first fails) or
+    /// when a source index lies outside its source mesh: template vertices
+    /// 0..20480 for the first file, entries of the first for the second.
+    bool initialise(const std::string& modelDir);
+
+    /// Carries a face onto the head in engine order: `face` is 3 by 20481,
+    /// the result 3 by engineVertexCount().
+    Eigen::Matrix3Xd swap(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const;
+
+    /// Number of output vertices (entries of "idx_head2ue4.corresp").
+    Eigen::Index engineVertexCount() const {
+        return static_cast<Eigen::Index>(headToEngine_.size());
+    }
+
+    const Correspondence& templateToHead() const { return templateToHead_; }
+    const Correspondence& headToEngine() const { return headToEngine_; }
+
+private:
+    Correspondence templateToHead_;
+    Correspondence headToEngine_;
+};
+
+}  // namespace kestrel::meridian

@@ -1,0 +1,61 @@
+// Temporary model directories and small file helpers shared by the tests.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace meridian::testing {
+
+/// A fresh directory under the system temp folder, removed at the end of
+/// the test.
+class TempDir {
+public:
+    TempDir() {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        std::string name = "meridian-";
+        name += info ? std::string(info->test_suite_name()) + "-" + info->name() : "test";
+        for (char& c : name)
+            if (c == '/') c = '_';
+        path_ = std::filesystem::temp_directory_path() / name;
+        std::filesystem::remove_all(path_);
+        std::filesystem::create_directories(path_);
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    std::string str() const { return path_.string(); }
+    /// Path of `name` inside the directory.
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+    /// Writes `text` byte for byte to `name` (creating sub-directories).
+    std::string write(const std::string& name, const std::string& text) const {
+        const auto target = path_ / name;
+        std::filesystem::create_directories(target.parent_path());
+        std::ofstream(target, std::ios::binary) << text;
+        return target.string();
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// Deterministic planar head: 3 * 20481 floats in a plausible range.
+inline std::vector<float> randomPlanarHead(unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> coordinate(-30.0f, 30.0f);
+    std::vector<float> head(3 * 20481);
+    for (float& v : head) v = coordinate(rng);
+    return head;
+}
+
+}  // namespace meridian::testing

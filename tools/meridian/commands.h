@@ -1,0 +1,12 @@
+// Subcommands of the `meridian` tool. Each adds itself to the application.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace meridian::cli {
+
+void addDemoCommand(CLI::App& app);
+void addSwapCommand(CLI::App& app);
+void addTbnCommand(CLI::App& app);
+
+}  // namespace meridian::cli
