@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace meridian::testing {
 
@@ -17,8 +18,12 @@ class TempDir {
 public:
     TempDir() {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        // Unique per process and per instance: tests run in parallel processes
+        // and a test may hold several directories.
+        static int instances = 0;
         std::string name = "meridian-";
-        name += info ? std::string(info->test_suite_name()) + "-" + info->name() : "test";
+        name += info ? std::string(info->test_suite_name()) + "-" + info->name() : "suite";
+        name += "-" + std::to_string(::getpid()) + "-" + std::to_string(instances++);
         for (char& c : name)
             if (c == '/') c = '_';
         path_ = std::filesystem::temp_directory_path() / name;

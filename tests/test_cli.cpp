@@ -1,0 +1,104 @@
+// The `meridian` command-line tool, run as a user runs it.
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "demo/demo_model.h"
+#include "io/mesh_readers.h"
+#include "model_fixtures.h"
+
+namespace {
+
+using meridian::testing::TempDir;
+
+struct RunResult {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr together
+};
+
+RunResult runCli(const std::string& arguments) {
+    const std::string command = std::string(MERIDIAN_CLI_PATH) + " " + arguments + " 2>&1";
+    RunResult result;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return result;
+    std::array<char, 4096> buffer{};
+    size_t got = 0;
+    while ((got = fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
+        result.output.append(buffer.data(), got);
+    const int status = pclose(pipe);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+// One demo model directory for the whole file, written by the tool itself.
+class Cli : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        model_ = new TempDir();
+        const RunResult demo = runCli("demo --out " + model_->str());
+        ASSERT_EQ(demo.exitCode, 0) << demo.output;
+    }
+    static void TearDownTestSuite() {
+        delete model_;
+        model_ = nullptr;
+    }
+    static TempDir* model_;
+};
+TempDir* Cli::model_ = nullptr;
+
+TEST_F(Cli, SwapWritesTheHeadInEngineOrderAsAFullMesh) {
+    TempDir out;
+    for (const char* input : {"sample_head.obj", "sample_head.ply"}) {
+        const std::string target = out.file(std::string(input) + ".ue4.obj");
+        const RunResult run = runCli("swap --model " + model_->str() + " --in " +
+                                     model_->file(input) + " --out " + target);
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        const auto mesh = kestrel::meridian::readObj(target);
+        EXPECT_EQ(mesh.vertices.cols(), meridian::demo::kEngineVertexCount);
+        EXPECT_GT(mesh.faces.cols(), 40000);
+        EXPECT_EQ(mesh.texcoords.cols(), meridian::demo::kEngineVertexCount);
+    }
+}
+
+TEST_F(Cli, SwapExplainsWhatIsWrong) {
+    TempDir scratch;
+    const std::string sample = model_->file("sample_head.obj");
+    struct Case {
+        std::string arguments;
+        std::string says;
+    };
+    const std::string small = scratch.write("small.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+    const Case cases[] = {
+        {"swap --model " + scratch.file("nowhere") + " --in " + sample + " --out " +
+             scratch.file("a.obj"),
+         "model directory not found"},
+        {"swap --model " + model_->str() + " --in " + scratch.file("missing.obj") + " --out " +
+             scratch.file("b.obj"),
+         "no such mesh file"},
+        {"swap --model " + model_->str() + " --in " + small + " --out " + scratch.file("c.obj"),
+         "has 3 vertices; a head in the template topology has 20481"},
+        {"swap --model " + model_->str() + " --in " + sample + " --out " +
+             scratch.file("no/such/dir/d.obj"),
+         "cannot write"},
+        {"swap --model " + scratch.str() + " --in " + sample + " --out " + scratch.file("e.obj"),
+         "no idx_head2ue4.corresp"},
+    };
+    for (const Case& c : cases) {
+        const RunResult run = runCli(c.arguments);
+        EXPECT_EQ(run.exitCode, 1) << c.arguments << "\n" << run.output;
+        EXPECT_NE(run.output.find("error: "), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    }
+}
+
+TEST_F(Cli, MissingSubcommandIsAUsageError) {
+    const RunResult run = runCli("");
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_NE(run.output.find("A subcommand is required"), std::string::npos) << run.output;
+}
+
+}  // namespace

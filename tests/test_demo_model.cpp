@@ -1,0 +1,407 @@
+// The demo model set: geometry of the demo head, its fixed vertex ids, and
+// the files of the model directory as the project's readers see them.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <utility>
+
+#include <gtest/gtest.h>
+#include <Eigen/Dense>
+
+#include "demo/demo_model.h"
+#include "demo/float_round.h"
+#include "demo/head_topology.h"
+#include "io/correspondence.h"
+#include "io/mesh_readers.h"
+#include "model_fixtures.h"
+
+namespace {
+
+namespace demo = meridian::demo;
+namespace km = kestrel::meridian;
+using Eigen::Vector3d;
+using meridian::testing::TempDir;
+
+struct Sphere {
+    Vector3d centre;
+    double radius;
+    double rmsResidual;
+};
+
+/// Algebraic least-squares sphere: |p|^2 = 2 c.p + (r^2 - |c|^2).
+Sphere fitSphere(const Eigen::Matrix3Xd& points) {
+    const Eigen::Index n = points.cols();
+    Eigen::MatrixXd a(n, 4);
+    Eigen::VectorXd b(n);
+    for (Eigen::Index k = 0; k < n; ++k) {
+        a.row(k) << 2 * points.col(k).transpose(), 1.0;
+        b[k] = points.col(k).squaredNorm();
+    }
+    const Eigen::Vector4d s = a.colPivHouseholderQr().solve(b);
+    Sphere sphere{s.head<3>(), std::sqrt(s[3] + s.head<3>().squaredNorm()), 0.0};
+    for (Eigen::Index k = 0; k < n; ++k)
+        sphere.rmsResidual += std::pow((points.col(k) - sphere.centre).norm() - sphere.radius, 2);
+    sphere.rmsResidual = std::sqrt(sphere.rmsResidual / static_cast<double>(n));
+    return sphere;
+}
+
+template <size_t N>
+Eigen::Matrix3Xd gather(const Eigen::Matrix3Xd& v, const std::array<int, N>& ids) {
+    Eigen::Matrix3Xd out(3, static_cast<Eigen::Index>(N));
+    for (size_t k = 0; k < N; ++k) out.col(static_cast<Eigen::Index>(k)) = v.col(ids[k]);
+    return out;
+}
+
+/// Largest coefficient difference, or infinity when the shapes differ (so
+/// that a failure prints one number, not two matrices).
+template <typename A, typename B>
+double maxDifference(const Eigen::MatrixBase<A>& a, const Eigen::MatrixBase<B>& b) {
+    if (a.rows() != b.rows() || a.cols() != b.cols()) return HUGE_VAL;
+    if (a.size() == 0) return 0.0;
+    return (a.template cast<double>() - b.template cast<double>()).cwiseAbs().maxCoeff();
+}
+
+double signedVolume(const Eigen::Matrix3Xd& v, const Eigen::Matrix3Xi& f) {
+    double volume = 0;
+    for (Eigen::Index k = 0; k < f.cols(); ++k)
+        volume += v.col(f(0, k)).dot(v.col(f(1, k)).cross(v.col(f(2, k)))) / 6.0;
+    return volume;
+}
+
+std::string readBytes(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// --- The head as a surface -------------------------------------------------
+
+TEST(DemoModelHead, IsAClosedOutwardOrientedSurfaceOfHeadSize) {
+    const demo::DemoHead& head = demo::demoHead();
+    ASSERT_EQ(head.vertices.cols(), demo::kTemplateVertexCount);
+    ASSERT_EQ(head.faces.cols(), head.uvFaces.cols());
+
+    // Consistent orientation: every directed edge once, and its reverse once,
+    // so every undirected edge lies in exactly two faces.
+    std::map<std::pair<int, int>, int> directed;
+    for (Eigen::Index f = 0; f < head.faces.cols(); ++f)
+        for (int c = 0; c < 3; ++c) ++directed[{head.faces(c, f), head.faces((c + 1) % 3, f)}];
+    int badEdges = 0;
+    for (const auto& [edge, count] : directed) {
+        const auto reverse = directed.find({edge.second, edge.first});
+        if (count != 1 || reverse == directed.end() || reverse->second != 1) ++badEdges;
+    }
+    EXPECT_EQ(badEdges, 0);
+    const long long edges = static_cast<long long>(directed.size()) / 2;
+    EXPECT_EQ(head.vertices.cols() - edges + head.faces.cols(), 2);  // a sphere
+
+    std::vector<bool> used(head.vertices.cols(), false);
+    for (Eigen::Index f = 0; f < head.faces.cols(); ++f)
+        for (int c = 0; c < 3; ++c) used[head.faces(c, f)] = true;
+    EXPECT_EQ(std::count(used.begin(), used.end(), false), 0);
+
+    // Positive volume means outward normals; roughly that of a head and neck.
+    const double volume = signedVolume(head.vertices, head.faces);
+    EXPECT_GT(volume, 1.0e5);
+    EXPECT_LT(volume, 3.0e5);
+
+    const Vector3d low = head.vertices.rowwise().minCoeff();
+    const Vector3d high = head.vertices.rowwise().maxCoeff();
+    EXPECT_NEAR(high.x() - low.x(), 58, 8);  // with the ears
+    EXPECT_NEAR(high.y() - low.y(), 72, 8);  // with the nose
+    EXPECT_GT(high.z() - low.z(), 80);       // with the neck
+    EXPECT_LT(low.y(), -17);                 // the face looks toward -y
+}
+
+TEST(DemoModelHead, LandmarkVerticesSitExactlyOnTheReferenceLandmarks) {
+    const demo::DemoHead& head = demo::demoHead();
+    for (int k = 0; k < demo::kLandmarkCount; ++k)
+        for (int r = 0; r < 3; ++r)
+            EXPECT_EQ(static_cast<float>(head.vertices(r, demo::kLandmarkIds[k])),
+                      demo::kLandmarkPositions[k][r])
+                << "landmark " << k << " coordinate " << r;
+}
+
+TEST(DemoModelHead, FixedVertexIdsAreDistinct) {
+    std::set<int> ids(demo::kLandmarkIds.begin(), demo::kLandmarkIds.end());
+    ids.insert(demo::kRingA.begin(), demo::kRingA.end());
+    ids.insert(demo::kRingB.begin(), demo::kRingB.end());
+    ids.insert({demo::kGazeFirstEye, demo::kGazeSecondEye});
+    EXPECT_EQ(ids.size(), 25u + 45u + 45u + 2u);
+    EXPECT_LT(*ids.rbegin(), demo::kTemplateVertexCount);
+}
+
+// --- Eye sockets -------------------------------------------------------------
+
+TEST(DemoModelSockets, SphereFitToEachRingRecoversItsSocket) {
+    const demo::DemoHead& head = demo::demoHead();
+    struct Eye {
+        const std::array<int, demo::kRingSize>& ring;
+        int gaze;
+        double side;  // sign of x
+    };
+    const Eye eyes[2] = {{demo::kRingB, demo::kGazeFirstEye, -1.0},
+                         {demo::kRingA, demo::kGazeSecondEye, 1.0}};
+    for (int eye = 0; eye < 2; ++eye) {
+        SCOPED_TRACE(eye);
+        const demo::SocketSphere& socket = demo::socketSphere(eye);
+        EXPECT_EQ(socket.centre.x() > 0 ? 1.0 : -1.0, eyes[eye].side);
+        EXPECT_GE(socket.radius, 4.0);
+        EXPECT_LE(socket.radius, 5.0);
+
+        const Eigen::Matrix3Xd ring = gather(head.vertices, eyes[eye].ring);
+        // Well posed: the ring is far from a plane (smallest spread of the
+        // centred points, against float-level noise).
+        const Eigen::Matrix3Xd centred = ring.colwise() - ring.rowwise().mean();
+        const Eigen::JacobiSVD<Eigen::MatrixXd> svd(centred);
+        EXPECT_GT(svd.singularValues()[2], 0.5);
+
+        const Sphere fit = fitSphere(ring);
+        EXPECT_LT((fit.centre - socket.centre).norm(), 1e-4);
+        EXPECT_NEAR(fit.radius, socket.radius, 1e-4);
+        EXPECT_LT(fit.rmsResidual, 1e-5);
+
+        // The gaze vertex is the front of the socket: on the sphere, facing -y.
+        const Vector3d toGaze = head.vertices.col(eyes[eye].gaze) - fit.centre;
+        EXPECT_NEAR(toGaze.norm(), fit.radius, 1e-4);
+        EXPECT_GT(toGaze.normalized().dot(-Vector3d::UnitY()), 0.95);
+    }
+    // Two dozen units apart, where the landmark clusters put the eyes.
+    EXPECT_NEAR((demo::socketSphere(1).centre - demo::socketSphere(0).centre).norm(), 24, 3);
+}
+
+// --- Texture layout ------------------------------------------------------------
+
+TEST(DemoModelUv, TextureTrianglesAreProperAndSeamsSplitVertices) {
+    const demo::DemoHead& head = demo::demoHead();
+    EXPECT_GE(head.uvs.minCoeff(), 0.0);
+    EXPECT_LE(head.uvs.maxCoeff(), 1.0);
+    int flat = 0, clockwise = 0;
+    for (Eigen::Index f = 0; f < head.uvFaces.cols(); ++f) {
+        const Eigen::Vector2d a = head.uvs.col(head.uvFaces(0, f));
+        const Eigen::Vector2d b = head.uvs.col(head.uvFaces(1, f));
+        const Eigen::Vector2d c = head.uvs.col(head.uvFaces(2, f));
+        const double area = 0.5 * ((b - a).x() * (c - a).y() - (b - a).y() * (c - a).x());
+        if (area == 0) ++flat;
+        if (area < 0) ++clockwise;
+    }
+    EXPECT_EQ(flat, 0);
+    // Same winding as the surface seen from outside, so tangent frames agree.
+    EXPECT_EQ(clockwise, 0);
+
+    // Seams: some vertices carry two or more texture coordinates.
+    std::set<std::pair<int, int>> pairs;
+    for (Eigen::Index f = 0; f < head.faces.cols(); ++f)
+        for (int c = 0; c < 3; ++c) pairs.insert({head.faces(c, f), head.uvFaces(c, f)});
+    EXPECT_GT(pairs.size(), static_cast<size_t>(head.vertices.cols()) + 200);
+    EXPECT_EQ(pairs.size(),
+              static_cast<size_t>(head.uvs.cols()));  // a uv never serves two vertices
+}
+
+// --- Blendshape face list ------------------------------------------------------
+
+TEST(DemoModelFaceList, HoldsDistinctUpperVerticesWithAnchorsInPlace) {
+    const demo::DemoHead& head = demo::demoHead();
+    const std::vector<int>& face = demo::faceVertexList();
+    ASSERT_EQ(face.size(), static_cast<size_t>(demo::kFaceVertexCount));
+    EXPECT_EQ(std::set<int>(face.begin(), face.end()).size(), face.size());
+    std::vector<bool> inFace(head.vertices.cols(), false);
+    double lowestIn = 1e9;
+    for (int v : face) {
+        inFace[v] = true;
+        lowestIn = std::min(lowestIn, head.vertices(2, v));
+    }
+    double highestOut = -1e9;
+    for (Eigen::Index v = 0; v < head.vertices.cols(); ++v)
+        if (!inFace[v]) highestOut = std::max(highestOut, head.vertices(2, v));
+    EXPECT_LE(highestOut, lowestIn);  // only the lowest vertices are left out
+
+    auto at = [&](int position) { return Vector3d(head.vertices.col(face[position])); };
+    EXPECT_DOUBLE_EQ(at(demo::kFaceAnchorNoseTip).y(), head.vertices.row(1).minCoeff());
+    EXPECT_DOUBLE_EQ(at(demo::kFaceAnchorEarLeft).x(), head.vertices.row(0).maxCoeff());
+    EXPECT_DOUBLE_EQ(at(demo::kFaceAnchorEarRight).x(), head.vertices.row(0).minCoeff());
+    EXPECT_GT(at(demo::kFaceAnchorCheekLeft).x(), 10);
+    EXPECT_LT(at(demo::kFaceAnchorCheekRight).x(), -10);
+    EXPECT_LT(at(demo::kFaceAnchorCheekLeft).y(), 0);  // on the face, not behind it
+}
+
+// --- Sample head -----------------------------------------------------------------
+
+TEST(DemoModelSample, IsTheDemoHeadUnderASimilarityNearEyesAndLandmarksOnly) {
+    const demo::DemoHead& head = demo::demoHead();
+    const Eigen::Matrix3Xd sample = demo::sampleHead();
+    ASSERT_EQ(sample.cols(), demo::kTemplateVertexCount);
+    const demo::SampleMotion& m = demo::sampleMotion();
+    auto moved = [&](const Vector3d& p) {
+        return Vector3d(m.scale * (m.rotation * p) + m.translation);
+    };
+
+    // Rotation and scale recovered from the landmarks (scaled Kabsch).
+    const Eigen::Matrix3Xd from = gather(head.vertices, demo::kLandmarkIds);
+    const Eigen::Matrix3Xd to = gather(sample, demo::kLandmarkIds);
+    const Eigen::Matrix3Xd a = from.colwise() - from.rowwise().mean();
+    const Eigen::Matrix3Xd b = to.colwise() - to.rowwise().mean();
+    Eigen::JacobiSVD<Eigen::Matrix3d> svd(b * a.transpose(),
+                                          Eigen::ComputeFullU | Eigen::ComputeFullV);
+    const Eigen::Matrix3d rotation = svd.matrixU() * svd.matrixV().transpose();
+    EXPECT_LT((rotation - m.rotation).norm(), 1e-5);
+    EXPECT_NEAR(std::sqrt(b.squaredNorm() / a.squaredNorm()), m.scale, 1e-6);
+    for (int k = 0; k < demo::kLandmarkCount; ++k)
+        EXPECT_LT((to.col(k) - moved(from.col(k))).norm(), 1e-4) << "landmark " << k;
+
+    for (int eye = 0; eye < 2; ++eye) {
+        const Sphere fit = fitSphere(gather(sample, eye == 0 ? demo::kRingB : demo::kRingA));
+        EXPECT_LT((fit.centre - moved(demo::socketSphere(eye).centre)).norm(), 1e-3);
+        EXPECT_NEAR(fit.radius, m.scale * demo::socketSphere(eye).radius, 1e-3);
+    }
+
+    // Elsewhere it is another shape: the nose tip is not where the motion puts it.
+    const int noseTip = demo::faceVertexList()[demo::kFaceAnchorNoseTip];
+    EXPECT_GT((sample.col(noseTip) - moved(head.vertices.col(noseTip))).norm(), 1.0);
+}
+
+// --- Model directory -------------------------------------------------------------
+
+class DemoModelFiles : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        dir_ = new TempDir();
+        std::string error;
+        const auto start = std::chrono::steady_clock::now();
+        written_ = demo::writeDemoModel(dir_->str(), error);
+        seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        ASSERT_TRUE(written_) << error;
+    }
+    static void TearDownTestSuite() {
+        delete dir_;
+        dir_ = nullptr;
+    }
+    void SetUp() override { ASSERT_TRUE(written_); }
+    static std::string file(const std::string& name) { return dir_->file(name); }
+
+    static TempDir* dir_;
+    static bool written_;
+    static double seconds_;
+};
+TempDir* DemoModelFiles::dir_ = nullptr;
+bool DemoModelFiles::written_ = false;
+double DemoModelFiles::seconds_ = 0;
+
+TEST_F(DemoModelFiles, CorrespondencesCarryTheTemplateOntoEveryEngineVertex) {
+    km::Correspondence toHead, toEngine;
+    ASSERT_TRUE(km::loadCorrespondence(toHead, file("idx_tavi2head.corresp")));
+    ASSERT_TRUE(km::loadCorrespondence(toEngine, file("idx_head2ue4.corresp")));
+    EXPECT_FALSE(toHead.isPairForm());
+    EXPECT_TRUE(toEngine.isPairForm());
+    ASSERT_EQ(toHead.size(), static_cast<size_t>(demo::kHeadVertexCount));
+    ASSERT_EQ(toEngine.size(), static_cast<size_t>(demo::kEngineVertexCount));
+    km::BadSourceIndex bad{};
+    EXPECT_FALSE(km::firstSourceOutOfRange(toHead, demo::kTemplateVertexCount, bad)) << bad.entry;
+    EXPECT_FALSE(km::firstSourceOutOfRange(toEngine, demo::kHeadVertexCount, bad)) << bad.entry;
+
+    for (size_t k = 0; k < toHead.size(); ++k) {
+        ASSERT_EQ(toHead.targets[k], static_cast<int>(k));
+        const double sum =
+            toHead.weights[3 * k] + toHead.weights[3 * k + 1] + toHead.weights[3 * k + 2];
+        ASSERT_NEAR(sum, 1.0, 1e-15) << "entry " << k;
+    }
+    std::vector<int> uses(demo::kHeadVertexCount, 0);
+    for (int32_t source : toEngine.pairSources) ++uses[source];
+    EXPECT_EQ(std::count(uses.begin(), uses.end(), 0), 0);  // every head vertex reaches the engine
+    EXPECT_GT(std::count_if(uses.begin(), uses.end(), [](int n) { return n > 1; }), 100);
+
+    // Template vertices arrive unchanged; added vertices are triangle centroids.
+    const Eigen::Matrix3Xd& sample = demo::sampleHead();
+    const Eigen::Matrix3Xd onHead = km::applyCorrespondence(toHead, sample);
+    EXPECT_EQ(maxDifference(onHead.leftCols(demo::kTemplateVertexCount), sample), 0.0);
+    for (int k = demo::kTemplateVertexCount; k < demo::kHeadVertexCount; ++k) {
+        const int* corner = &toHead.triangles[3 * static_cast<size_t>(k)];
+        const Vector3d centroid =
+            (sample.col(corner[0]) + sample.col(corner[1]) + sample.col(corner[2])) / 3;
+        ASSERT_LT((onHead.col(k) - centroid).norm(), 1e-12);
+    }
+    // The engine mesh file holds the demo head carried the same way.
+    const Eigen::Matrix3Xd engine = km::applyCorrespondence(
+        toEngine, km::applyCorrespondence(toHead, demo::demoHead().vertices));
+    const km::ObjMeshData mesh = km::readObj(file("ue4_head.obj"));
+    ASSERT_EQ(mesh.vertices.cols(), demo::kEngineVertexCount);
+    EXPECT_EQ(mesh.texcoords.cols(), demo::kEngineVertexCount);
+    EXPECT_EQ(maxDifference(mesh.faces, mesh.textureFaces), 0.0);
+    const Eigen::Matrix3Xd engineAsFloat =
+        engine.unaryExpr([](double v) { return demo::detail::roundToFloat(v); });
+    EXPECT_EQ(maxDifference(mesh.vertices, engineAsFloat), 0.0);
+    EXPECT_EQ(mesh.faces.minCoeff(), 1);
+    EXPECT_EQ(mesh.faces.maxCoeff(), demo::kEngineVertexCount);
+    // The split triangles make the head mesh three faces out of one.
+    EXPECT_EQ(mesh.faces.cols(), demo::demoHead().faces.cols() + 2 * demo::kSplitTriangleCount);
+}
+
+TEST_F(DemoModelFiles, MeshesReadBackAsTheHeadsTheyHold) {
+    const demo::DemoHead& head = demo::demoHead();
+    const km::ObjMeshData tbn = km::readObj(file("TBN/std_20481_with_UV_F_TF.obj"));
+    // Coordinates are float values, so they come back exactly.
+    EXPECT_EQ(maxDifference(tbn.vertices, head.vertices), 0.0);
+    EXPECT_EQ(maxDifference(tbn.texcoords, head.uvs), 0.0);
+    EXPECT_EQ(maxDifference(tbn.faces, (head.faces.array() + 1).matrix()), 0.0);
+    EXPECT_EQ(maxDifference(tbn.textureFaces, (head.uvFaces.array() + 1).matrix()), 0.0);
+
+    const Eigen::Matrix3Xd sample = demo::sampleHead();
+    EXPECT_EQ(maxDifference(km::readObj(file("sample_head.obj")).vertices, sample), 0.0);
+    EXPECT_EQ(km::countPlyHeaderLines(file("sample_head.ply")), 7);
+    const km::PlyMeshData ply = km::readPly(file("sample_head.ply"), 7);
+    EXPECT_EQ(maxDifference(ply.vertices, sample), 0.0);
+    EXPECT_EQ(ply.faces.cols(), 0);
+}
+
+TEST_F(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
+    const demo::DemoHead& head = demo::demoHead();
+    std::vector<int32_t> toHead, fromHead;
+    ASSERT_TRUE(km::loadIndexList(toHead, file("TBN/idx_tavi2head.txt")));
+    ASSERT_TRUE(km::loadIndexList(fromHead, file("TBN/idx_head2tavi.txt")));
+    const km::ObjMeshData split = km::readObj(file("TBN/head_split_uv.obj"));
+    ASSERT_EQ(toHead.size(), static_cast<size_t>(split.vertices.cols()));
+    ASSERT_EQ(fromHead.size(), static_cast<size_t>(demo::kTemplateVertexCount));
+    EXPECT_EQ(split.texcoords.cols(), split.vertices.cols());
+    // One vertex per (position, uv) pair.
+    EXPECT_EQ(maxDifference(split.faces, split.textureFaces), 0.0);
+    EXPECT_GT(split.vertices.cols(), demo::kTemplateVertexCount);
+
+    EXPECT_EQ(maxDifference(split.vertices, km::applyIndexList(toHead, head.vertices)), 0.0);
+    for (int j = 0; j < demo::kTemplateVertexCount; ++j)
+        ASSERT_EQ(toHead[fromHead[j]], j) << "head vertex " << j;
+    // Its own numbering, not the head's.
+    int sameOrder = 0;
+    for (int j = 0; j < demo::kTemplateVertexCount; ++j) sameOrder += toHead[j] == j;
+    EXPECT_LT(sameOrder, demo::kTemplateVertexCount / 2);
+    // Same surface: equal volume and orientation through the split numbering.
+    const Eigen::Matrix3Xi faces = (split.faces.array() - 1).cast<int>().matrix();
+    EXPECT_NEAR(signedVolume(split.vertices, faces), signedVolume(head.vertices, head.faces), 1e-6);
+}
+
+TEST_F(DemoModelFiles, GenerationIsFastAndByteForByteRepeatable) {
+    EXPECT_LT(seconds_, 5.0);
+    TempDir again;
+    std::string error;
+    ASSERT_TRUE(demo::writeDemoModel(again.file("nested/model"), error)) << error;
+    int compared = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_->path())) {
+        if (!entry.is_regular_file()) continue;
+        const auto relative = std::filesystem::relative(entry.path(), dir_->path());
+        EXPECT_EQ(readBytes(entry.path()), readBytes(again.path() / "nested/model" / relative))
+            << relative;
+        ++compared;
+    }
+    EXPECT_EQ(compared, 9);
+}
+
+TEST_F(DemoModelFiles, ReportsADirectoryThatCannotBeCreated) {
+    std::string error;
+    EXPECT_FALSE(demo::writeDemoModel(file("ue4_head.obj") + "/inside", error));
+    EXPECT_FALSE(error.empty());
+}
+
+}  // namespace
