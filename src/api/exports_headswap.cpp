@@ -3,7 +3,6 @@
 
 #include "api/engines.h"
 #include "headswap/head_converter.h"
-#include "io/planar.h"
 #include "meridian/meridian.h"
 
 using kestrel::meridian::CHeadConverter;
@@ -23,10 +22,10 @@ extern "C" MERIDIAN_API int32_t AI_swap_head(meridian_handle handle, const float
     return guarded<int32_t>(0, [&]() -> int32_t {
         const auto converter = headConverters().find(handle);
         if (!converter) return 0;
-        const Eigen::Matrix3Xd face =
-            kestrel::meridian::planarToVertices(face_in, CHeadConverter::kTemplateVertexCount);
-        const Eigen::Matrix3Xd head = converter->swap(face);
-        kestrel::meridian::matrixToPlanar(head, head_out);
-        return static_cast<int32_t>(head.cols());
+        using Planar = CHeadConverter::PlanarVertices;
+        const Eigen::Index n = converter->engineVertexCount();
+        converter->swap(Eigen::Map<const Planar>(face_in, 3, CHeadConverter::kTemplateVertexCount),
+                        Eigen::Map<Planar>(head_out, 3, n));
+        return static_cast<int32_t>(n);
     });
 }

@@ -15,6 +15,10 @@ public:
     /// Vertices of the template topology that every input head has.
     static constexpr Eigen::Index kTemplateVertexCount = 20481;
 
+    /// A vertex set as the C interface passes it: 3 by #V floats stored row
+    /// after row (all x, then all y, then all z).
+    using PlanarVertices = Eigen::Matrix<float, 3, Eigen::Dynamic, Eigen::RowMajor>;
+
     /// Loads "idx_tavi2head.corresp" and then "idx_head2ue4.corresp" from
     /// `modelDir` (a separator is inserted when missing). False when a file
     /// cannot be opened (the second is not tried after the first fails) or
@@ -22,9 +26,13 @@ public:
     /// 0..20480 for the first file, entries of the first for the second.
     bool initialise(const std::string& modelDir);
 
-    /// Carries a face onto the head in engine order: `face` is 3 by 20481,
-    /// the result 3 by engineVertexCount().
-    Eigen::Matrix3Xd swap(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const;
+    /// Carries a face onto the head in engine order. Each output vertex is
+    /// the head vertex its engine entry names, computed in double precision
+    /// from the widened input and narrowed to float: a copy of one face
+    /// vertex or w0*a + w1*b + w2*c of a face triangle.
+    /// @param face  3 by 20481 template vertices
+    /// @param head  3 by engineVertexCount(), written
+    void swap(const Eigen::Ref<const PlanarVertices>& face, Eigen::Ref<PlanarVertices> head) const;
 
     /// Number of output vertices (entries of "idx_head2ue4.corresp").
     Eigen::Index engineVertexCount() const {
