@@ -228,6 +228,11 @@ TEST(ObjReader, MissingFileGivesEmptyMatrices) {
     EXPECT_EQ(m.texcoords.size(), 0);
     EXPECT_EQ(m.faces.size(), 0);
     EXPECT_EQ(m.textureFaces.size(), 0);
+    // No rows either: an absent texture table must not pass as a 2-row one.
+    EXPECT_EQ(m.texcoords.rows(), 0);
+    const ObjMeshData noTexture = parseObj("v 0 0 0 v 1 0 0 v 0 1 0 f 1 2 3");
+    EXPECT_EQ(noTexture.texcoords.rows(), 0);
+    EXPECT_EQ(noTexture.textureFaces.rows(), 0);
 }
 
 TEST(ObjReader, FileAndMemoryReadersAgree) {

@@ -22,7 +22,8 @@ struct ObjMeshData {
 /// "f" switch the mode; every other token is data of the current mode (so
 /// "vn" data lands in the preceding mode, and faces must be triangles). A
 /// face token a/b/c contributes a to the faces and b to the texture faces.
-/// A missing file gives four empty matrices.
+/// A missing file gives four empty matrices; a kind of record the file does
+/// not have gives an empty (0 by 0) matrix.
 ObjMeshData readObj(const std::string& path);
 
 /// Same as readObj, over text already in memory.

@@ -92,7 +92,10 @@ float parseFloat(const char* begin, const char* end, const char** stop) {
     return negative ? -value : value;
 }
 
+// A kind of record the file does not have gives an empty (0 by 0) matrix,
+// so "no texture table" is not mistaken for a 2-row one.
 Eigen::MatrixXd toMatrix(const std::vector<float>& values, Eigen::Index rows) {
+    if (values.empty()) return {};
     const Eigen::Index cols = static_cast<Eigen::Index>(values.size()) / rows;
     return Eigen::Map<const Eigen::MatrixXf>(values.data(), rows, cols).cast<double>();
 }

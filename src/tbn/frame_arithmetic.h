@@ -1,0 +1,110 @@
+// Per-face and per-vertex arithmetic shared by both tangent-frame engines.
+//
+// Each face contributes one unit normal N = T x B (T and B from its UV
+// gradients) to each of its three vertices, with equal weight. A vertex frame
+// is then derived from its normal sum alone: the tangent is always the x axis
+// and the bitangent is the normal crossed with it. The rounding points (1/det
+// rounded to float, division by max(|v|, eps)) are part of the output and
+// must stay exactly where they are.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <Eigen/Core>
+
+namespace kestrel::meridian {
+
+/// Smallest length a vector is divided by, and the determinant guard of the
+/// general engine.
+constexpr double kFrameEpsilon = 2.220446049250313e-16;
+
+/// Number of values per vertex frame: tangent, bitangent, normal.
+constexpr int kFrameComponents = 9;
+
+/// Whether the UV determinant gets kFrameEpsilon added (general engine) or
+/// is used as is (fixed engine: a degenerate UV triangle gives inf or NaN).
+enum class DeterminantGuard { none, epsilon };
+
+/// The faces of a template, validated against its vertex and uv counts and
+/// ready for the per-call pass: their vertices and everything that depends
+/// only on their texture coordinates, one array per quantity.
+struct FrameTopology {
+    std::vector<int32_t> corners;  ///< 3 per face: 0-based vertices p0, p1, p2
+    std::vector<double> du1, dv1;  ///< uv[t1] - uv[t0], one per face
+    std::vector<double> du2, dv2;  ///< uv[t1] - uv[t2], one per face
+    std::vector<double> r;         ///< 1 / det rounded to float precision, one per face
+    Eigen::Index vertexCount = 0;
+    /// The faces of vertex v, in face order and once per corner, are
+    /// incidentFaces[firstIncidence[v] .. firstIncidence[v + 1] - 1].
+    std::vector<int32_t> firstIncidence;
+    std::vector<int32_t> incidentFaces;
+
+    size_t faceCount() const { return r.size(); }
+};
+
+/// The first face corner that does not name an existing vertex or texture
+/// coordinate.
+struct BadFaceCorner {
+    Eigen::Index face;   ///< 0-based face column
+    int corner;          ///< 0, 1 or 2
+    bool texture;        ///< true when the texture index is the bad one
+    bool missing;        ///< true when the face has no texture indices at all
+    double value;        ///< the index as written in the file (1-based)
+    Eigen::Index limit;  ///< number of vertices or texture coordinates
+};
+
+/// Turns the OBJ tables into a FrameTopology for `vertexCount` vertices.
+/// Indices are taken as written minus 1, truncated toward zero.
+/// faces:   3 by #F vertex indices (1-based as written)
+/// uvFaces: 3 by #FT texture indices (1-based), column f belongs to face f
+/// uv:      2 by #T texture coordinates
+/// Returns the first corner that would read outside a table (the topology is
+/// then left empty), or nothing on success.
+std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
+                                                const Eigen::MatrixXd& uvFaces,
+                                                const Eigen::MatrixXd& uv, Eigen::Index vertexCount,
+                                                DeterminantGuard guard, FrameTopology& topology);
+
+/// Instruction sets the per-call passes can run on, one, two or four faces
+/// (or vertices) at a time. Every lane does the scalar operations in the
+/// same order, so all kernels give the same bits.
+enum class FrameKernel { scalar, sse2, avx };
+
+/// Whether this build and this processor can run `kernel`.
+bool frameKernelAvailable(FrameKernel kernel);
+
+/// The widest available kernel.
+FrameKernel widestFrameKernel();
+
+/// Per vertex, the sum of the unit normals of its faces: starting from zero,
+/// each face added once per corner, in face order (the order matters for
+/// the last bit, and this one is fixed).
+/// positions:  3 * vertexCount doubles, planar (all x, all y, all z)
+/// normalSums: room for 3 * vertexCount doubles; x y z of vertex i at 3i..3i+2
+/// kernel:     must be available; narrower kernels take the leftover faces
+void accumulateNormalSums(const FrameTopology& topology, const double* positions,
+                          double* normalSums, FrameKernel kernel = widestFrameKernel());
+
+/// The clamp applied to every emitted value: above 0.99 -> 1, below -0.99 ->
+/// -1, then magnitudes below 0.001 -> 0.
+inline double clampFrameValue(double v) {
+    if (v > 0.99)
+        v = 1.0;
+    else if (v < -0.99)
+        v = -1.0;
+    if (v < 0.001 && v > -0.001) v = 0.0;
+    return v;
+}
+
+/// Writes the frames of the vertices picked by `pick` as planar floats:
+/// component k of output vertex j at k * count + j.
+/// normalSums: 3 * #V doubles (layout of accumulateNormalSums)
+/// pick:       `count` vertex indices into normalSums, or null for 0..count-1
+/// out:        room for 9 * count floats
+/// kernel:     must be available
+void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
+                       float* out, FrameKernel kernel = widestFrameKernel());
+
+}  // namespace kestrel::meridian

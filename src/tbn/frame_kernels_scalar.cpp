@@ -1,0 +1,66 @@
+// One face or vertex at a time: the arithmetic every wider kernel repeats
+// lane by lane.
+#include <algorithm>
+#include <cmath>
+
+#include "tbn/frame_kernels.h"
+
+namespace kestrel::meridian::kernels {
+
+void faceNormal(const FrameTopology& topology, size_t f, const PlanarPositions& p,
+                const PlanarNormals& normals) {
+    const int32_t* corner = topology.corners.data() + 3 * f;
+    const int32_t a = corner[0], b = corner[1], c = corner[2];
+    // Both edges leave the second corner.
+    const double e1x = p.x[b] - p.x[a], e1y = p.y[b] - p.y[a], e1z = p.z[b] - p.z[a];
+    const double e2x = p.x[b] - p.x[c], e2y = p.y[b] - p.y[c], e2z = p.z[b] - p.z[c];
+    const double du1 = topology.du1[f], dv1 = topology.dv1[f];
+    const double du2 = topology.du2[f], dv2 = topology.dv2[f];
+    const double r = topology.r[f];
+
+    double tx = (dv2 * e1x - dv1 * e2x) * r;
+    double ty = (dv2 * e1y - dv1 * e2y) * r;
+    double tz = (dv2 * e1z - dv1 * e2z) * r;
+    double bx = (du1 * e2x - du2 * e1x) * r;
+    double by = (du1 * e2y - du2 * e1y) * r;
+    double bz = (du1 * e2z - du2 * e1z) * r;
+
+    const double tl = std::max(std::sqrt(tx * tx + ty * ty + tz * tz), kFrameEpsilon);
+    tx /= tl;
+    ty /= tl;
+    tz /= tl;
+    const double bl = std::max(std::sqrt(bx * bx + by * by + bz * bz), kFrameEpsilon);
+    bx /= bl;
+    by /= bl;
+    bz /= bl;
+
+    const double nx = ty * bz - tz * by;
+    const double ny = tz * bx - tx * bz;
+    const double nz = tx * by - ty * bx;
+    const double nl = std::max(std::sqrt(nx * nx + ny * ny + nz * nz), kFrameEpsilon);
+    normals.x[f] = nx / nl;
+    normals.y[f] = ny / nl;
+    normals.z[f] = nz / nl;
+}
+
+void vertexFrame(const double* sum, FrameRows rows, Eigen::Index j) {
+    const double length =
+        std::max(std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]), kFrameEpsilon);
+    const double nx = sum[0] / length, ny = sum[1] / length, nz = sum[2] / length;
+    // n x (1, 0, 0) written out in full: with a non-finite normal the
+    // products by zero are NaN, as in a general cross product.
+    const double bx = ny * 0.0 - nz * 0.0;
+    const double by = nz * 1.0 - nx * 0.0;
+    const double bz = nx * 0.0 - ny * 1.0;
+    rows[0][j] = static_cast<float>(clampFrameValue(1.0));
+    rows[1][j] = static_cast<float>(clampFrameValue(0.0));
+    rows[2][j] = static_cast<float>(clampFrameValue(0.0));
+    rows[3][j] = static_cast<float>(-clampFrameValue(bx));
+    rows[4][j] = static_cast<float>(-clampFrameValue(by));
+    rows[5][j] = static_cast<float>(-clampFrameValue(bz));
+    rows[6][j] = static_cast<float>(-clampFrameValue(nx));
+    rows[7][j] = static_cast<float>(-clampFrameValue(ny));
+    rows[8][j] = static_cast<float>(-clampFrameValue(nz));
+}
+
+}  // namespace kestrel::meridian::kernels
