@@ -2,12 +2,12 @@
 // template-sized head (the demo head: 20481 vertices, v / vt / f a/b).
 #include <cstdint>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 
 #include <benchmark/benchmark.h>
 #include <tiny_obj_loader.h>
 
+#include "bench_data.h"
 #include "demo/demo_model.h"
 #include "io/mesh_readers.h"
 
@@ -21,10 +21,8 @@ struct BenchObj {
 // The demo head's tangent-frame template, written once per run.
 const BenchObj& benchObj() {
     static const BenchObj obj = [] {
-        const auto dir = std::filesystem::temp_directory_path() / "meridian-bench-obj";
-        std::string error;
-        if (!meridian::demo::writeDemoModel(dir.string(), error)) throw std::runtime_error(error);
-        const auto path = dir / "TBN" / "std_20481_with_UV_F_TF.obj";
+        const auto path = std::filesystem::path(meridian::bench::demoModelDir()) / "TBN" /
+                          "std_20481_with_UV_F_TF.obj";
         return BenchObj{path.string(), static_cast<int64_t>(std::filesystem::file_size(path))};
     }();
     return obj;

@@ -3,11 +3,10 @@
 // same input.
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench_data.h"
 #include "demo/demo_model.h"
 #include "io/mesh_readers.h"
 #include "meridian/meridian.h"
@@ -17,42 +16,12 @@
 
 namespace {
 
-namespace fs = std::filesystem;
+using meridian::bench::demoModelDir;
+using meridian::bench::sampleHeadPlanar;
 constexpr Eigen::Index kHead = 20481;
-
-// The demo model directory, written once per process and removed at exit.
-struct DemoModelDir {
-    DemoModelDir() : path(fs::temp_directory_path() / "meridian_bench_tbn_model") {
-        std::string error;
-        if (!meridian::demo::writeDemoModel(path.string(), error))
-            throw std::runtime_error("demo model: " + error);
-    }
-    ~DemoModelDir() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-    fs::path path;
-};
-
-std::string demoModelDir() {
-    static const DemoModelDir dir;
-    return dir.path.string();
-}
 
 std::string tbnFile(const char* name) {
     return demoModelDir() + "/TBN/" + name;
-}
-
-const std::vector<float>& sampleHeadPlanar() {
-    static const std::vector<float> head = [] {
-        const Eigen::Matrix3Xd sample = meridian::demo::sampleHead();
-        std::vector<float> planar(3 * kHead);
-        for (Eigen::Index c = 0; c < 3; ++c)
-            for (Eigen::Index i = 0; i < kHead; ++i)
-                planar[c * kHead + i] = static_cast<float>(sample(c, i));
-        return planar;
-    }();
-    return head;
 }
 
 Eigen::MatrixXd oneBased(const Eigen::Matrix3Xi& indices) {

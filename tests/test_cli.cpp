@@ -1,45 +1,24 @@
 // The `meridian` command-line tool, run as a user runs it.
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "demo/demo_model.h"
+#include "fixtures.h"
 #include "io/mesh_readers.h"
-#include "model_fixtures.h"
 
 namespace {
 
+using meridian::testing::runTool;
 using meridian::testing::TempDir;
-
-struct RunResult {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
-
-RunResult runCli(const std::string& arguments) {
-    const std::string command = std::string(MERIDIAN_CLI_PATH) + " " + arguments + " 2>&1";
-    RunResult result;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return result;
-    std::array<char, 4096> buffer{};
-    size_t got = 0;
-    while ((got = fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        result.output.append(buffer.data(), got);
-    const int status = pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
+using meridian::testing::ToolRun;
 
 // One demo model directory for the whole file, written by the tool itself.
 class Cli : public ::testing::Test {
-protected:
+  protected:
     static void SetUpTestSuite() {
         model_ = new TempDir();
-        const RunResult demo = runCli("demo --out " + model_->str());
+        const ToolRun demo = runTool("demo --out " + model_->str());
         ASSERT_EQ(demo.exitCode, 0) << demo.output;
     }
     static void TearDownTestSuite() {
@@ -54,8 +33,8 @@ TEST_F(Cli, SwapWritesTheHeadInEngineOrderAsAFullMesh) {
     TempDir out;
     for (const char* input : {"sample_head.obj", "sample_head.ply"}) {
         const std::string target = out.file(std::string(input) + ".ue4.obj");
-        const RunResult run = runCli("swap --model " + model_->str() + " --in " +
-                                     model_->file(input) + " --out " + target);
+        const ToolRun run = runTool("swap --model " + model_->str() + " --in " +
+                                    model_->file(input) + " --out " + target);
         ASSERT_EQ(run.exitCode, 0) << run.output;
         const auto mesh = kestrel::meridian::readObj(target);
         EXPECT_EQ(mesh.vertices.cols(), meridian::demo::kEngineVertexCount);
@@ -88,7 +67,7 @@ TEST_F(Cli, SwapExplainsWhatIsWrong) {
          "no idx_head2ue4.corresp"},
     };
     for (const Case& c : cases) {
-        const RunResult run = runCli(c.arguments);
+        const ToolRun run = runTool(c.arguments);
         EXPECT_EQ(run.exitCode, 1) << c.arguments << "\n" << run.output;
         EXPECT_NE(run.output.find("error: "), std::string::npos) << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
@@ -96,7 +75,7 @@ TEST_F(Cli, SwapExplainsWhatIsWrong) {
 }
 
 TEST_F(Cli, MissingSubcommandIsAUsageError) {
-    const RunResult run = runCli("");
+    const ToolRun run = runTool("");
     EXPECT_NE(run.exitCode, 0);
     EXPECT_NE(run.output.find("A subcommand is required"), std::string::npos) << run.output;
 }

@@ -16,9 +16,9 @@
 #include "demo/demo_model.h"
 #include "demo/float_round.h"
 #include "demo/head_topology.h"
+#include "fixtures.h"
 #include "io/correspondence.h"
 #include "io/mesh_readers.h"
-#include "model_fixtures.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
-#include "model_fixtures.h"
 
 namespace {
 

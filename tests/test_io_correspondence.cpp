@@ -8,8 +8,8 @@
 
 #include <Eigen/Geometry>
 
+#include "fixtures.h"
 #include "io/correspondence.h"
-#include "io_fixtures.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ using kestrel::meridian::firstSourceOutOfRange;
 using kestrel::meridian::loadCorrespondence;
 using kestrel::meridian::loadIndexList;
 using kestrel::meridian::loadWeightFile;
-using meridian_test::ScratchDir;
+using meridian::testing::TempDir;
 using Ints = std::vector<int32_t>;
 using Doubles = std::vector<double>;
 
@@ -40,7 +40,7 @@ std::string weightedHeader(int base, int count) {
     return header(base, count, 3);
 }
 
-Correspondence load(const ScratchDir& dir, const std::string& contents) {
+Correspondence load(const TempDir& dir, const std::string& contents) {
     Correspondence record;
     EXPECT_TRUE(loadCorrespondence(record, dir.write("map.corresp", contents)));
     return record;
@@ -58,7 +58,7 @@ void expectAllZero(const Correspondence& r) {
 // Loading correspondence files
 
 TEST(CorrespondenceLoad, PairFormWithBaseZeroIsTakenAsWritten) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir, pairHeader(0, 3) + "0 4\n1 2\n2 0\n");
     ASSERT_TRUE(r.isPairForm());
     EXPECT_EQ(r.size(), 3u);
@@ -68,7 +68,7 @@ TEST(CorrespondenceLoad, PairFormWithBaseZeroIsTakenAsWritten) {
 }
 
 TEST(CorrespondenceLoad, BaseOneShiftsBothPairColumns) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir, pairHeader(1, 3) + "1 5\n2 3\n3 1\n");
     ASSERT_TRUE(r.isPairForm());
     EXPECT_EQ(r.targets, (Ints{0, 1, 2}));
@@ -76,7 +76,7 @@ TEST(CorrespondenceLoad, BaseOneShiftsBothPairColumns) {
 }
 
 TEST(CorrespondenceLoad, BaseOneShiftsOnlyTheFirstTwoWeightedFields) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir, weightedHeader(1, 2) +
                                  "1 7 3 4 5 0.25 0.5 0.25\n"
                                  "2 9 0 1 2 1 0 0\n");
@@ -95,7 +95,7 @@ TEST(CorrespondenceLoad, ExactlyTwoExtraHeaderLinesSelectThePairForm) {
     const std::string body = "3 8\n5 6\n";
     for (int extra = 0; extra <= 4; ++extra) {
         SCOPED_TRACE("extra header lines: " + std::to_string(extra));
-        ScratchDir dir;
+        TempDir dir;
         const auto r = load(dir, header(0, 2, extra) + body);
         EXPECT_EQ(r.targets, (Ints{3, 5}));
         if (extra == 2) {
@@ -113,7 +113,7 @@ TEST(CorrespondenceLoad, ExactlyTwoExtraHeaderLinesSelectThePairForm) {
 TEST(CorrespondenceLoad, UnreadableBaseLineMeansBaseZero) {
     for (const std::string first : {"# index base 1", "# base one", "base 1", ""}) {
         SCOPED_TRACE("first line: '" + first + "'");
-        ScratchDir dir;
+        TempDir dir;
         const auto r = load(dir, first + "\n# element count 2\n# a\n# b\n# end_header\n1 5\n2 3\n");
         EXPECT_EQ(r.targets, (Ints{1, 2}));
         EXPECT_EQ(r.pairSources, (Ints{5, 3}));
@@ -123,7 +123,7 @@ TEST(CorrespondenceLoad, UnreadableBaseLineMeansBaseZero) {
 TEST(CorrespondenceLoad, UnreadableCountLineGivesNoEntriesButSucceeds) {
     for (const std::string second : {"# element count many", "# count 2", ""}) {
         SCOPED_TRACE("second line: '" + second + "'");
-        ScratchDir dir;
+        TempDir dir;
         const auto r = load(dir, "# base 0\n" + second + "\n# a\n# b\n# end_header\n1 5\n2 3\n");
         EXPECT_EQ(r.size(), 0u);
         EXPECT_TRUE(r.pairSources.empty());
@@ -132,19 +132,19 @@ TEST(CorrespondenceLoad, UnreadableCountLineGivesNoEntriesButSucceeds) {
 }
 
 TEST(CorrespondenceLoad, NegativeCountGivesNoEntries) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir, pairHeader(0, -3) + "1 5\n2 3\n");
     EXPECT_EQ(r.size(), 0u);
     EXPECT_TRUE(r.pairSources.empty());
 }
 
 TEST(CorrespondenceLoad, EmptyFileSucceedsWithNoEntries) {
-    ScratchDir dir;
+    TempDir dir;
     EXPECT_EQ(load(dir, "").size(), 0u);
 }
 
 TEST(CorrespondenceLoad, ShortBodyLinesLeaveZeros) {
-    ScratchDir dir;
+    TempDir dir;
     {
         const auto r = load(dir, pairHeader(0, 3) + "4\nfoo bar\n7 x\n");
         EXPECT_EQ(r.targets, (Ints{4, 0, 7}));
@@ -166,7 +166,7 @@ TEST(CorrespondenceLoad, ShortBodyLinesLeaveZeros) {
 }
 
 TEST(CorrespondenceLoad, DeclaredCountRulesOverTheLinesPresent) {
-    ScratchDir dir;
+    TempDir dir;
     {
         const auto r = load(dir, pairHeader(0, 4) + "1 5\n2 6\n");
         EXPECT_EQ(r.targets, (Ints{1, 2, 0, 0}));
@@ -185,7 +185,7 @@ TEST(CorrespondenceLoad, DeclaredCountRulesOverTheLinesPresent) {
 }
 
 TEST(CorrespondenceLoad, CrLfLineEndsReadLikeLf) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir,
                         "# base 1\r\n# element count 2\r\n# a\r\n# b\r\n# end_header\r\n"
                         "1 5\r\n2 3\r\n");
@@ -202,7 +202,7 @@ TEST(CorrespondenceLoad, CrLfLineEndsReadLikeLf) {
 }
 
 TEST(CorrespondenceLoad, CarriageReturnNotFollowedByLineFeedKeepsTheHeaderOpen) {
-    ScratchDir dir;
+    TempDir dir;
     {
         // At the very end of the file the '\r' stays, so the end line is one
         // more extra line: three of them, hence the weighted form.
@@ -222,7 +222,7 @@ TEST(CorrespondenceLoad, CarriageReturnNotFollowedByLineFeedKeepsTheHeaderOpen) 
 }
 
 TEST(CorrespondenceLoad, EndLineMustMatchExactly) {
-    ScratchDir dir;
+    TempDir dir;
     // A trailing blank makes the end line an ordinary header line.
     const auto r =
         load(dir, "# base 0\n# element count 1\n# a\n# end_header \n# end_header\n1 5\n");
@@ -232,8 +232,8 @@ TEST(CorrespondenceLoad, EndLineMustMatchExactly) {
 }
 
 TEST(CorrespondenceLoad, MissingFileIsReportedAndLeavesTheRecordAlone) {
-    ScratchDir dir;
-    const std::string path = dir.path("absent.corresp");
+    TempDir dir;
+    const std::string path = dir.file("absent.corresp");
     Correspondence record;
     record.targets = {7, 8};
     record.pairSources = {1, 2};
@@ -255,7 +255,7 @@ TEST(CorrespondenceLoad, MissingFileIsReportedAndLeavesTheRecordAlone) {
 // Weight and index files
 
 TEST(CorrespondenceWeights, ReadsNumbersUntilTheFirstNonNumber) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string path = dir.write("w.corresp", "0.5 1e-3\n\t2\r\n  -7.25 abc 9\n");
     Correspondence record;
     record.targets = {3};
@@ -268,7 +268,7 @@ TEST(CorrespondenceWeights, ReadsNumbersUntilTheFirstNonNumber) {
 }
 
 TEST(CorrespondenceWeights, FullDoublePrecision) {
-    ScratchDir dir;
+    TempDir dir;
     Correspondence record;
     ASSERT_TRUE(loadWeightFile(record, dir.write("w", "0.123456789012345678")));
     ASSERT_EQ(record.vertexWeights.size(), 1u);
@@ -276,18 +276,18 @@ TEST(CorrespondenceWeights, FullDoublePrecision) {
 }
 
 TEST(CorrespondenceWeights, MissingFileFailsSilently) {
-    ScratchDir dir;
+    TempDir dir;
     Correspondence record;
     record.vertexWeights = {1.5};
     testing::internal::CaptureStdout();
-    const bool ok = loadWeightFile(record, dir.path("absent"));
+    const bool ok = loadWeightFile(record, dir.file("absent"));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_FALSE(ok);
     EXPECT_EQ(record.vertexWeights, (Doubles{1.5}));
 }
 
 TEST(CorrespondenceIndexList, StopsAtTheFirstTokenThatIsNotAnInteger) {
-    ScratchDir dir;
+    TempDir dir;
     Ints list{99, 98};
     ASSERT_TRUE(loadIndexList(list, dir.write("a.txt", "3 1 4\n1 5\r\n9\t2 6 end 5 3\n")));
     EXPECT_EQ(list, (Ints{3, 1, 4, 1, 5, 9, 2, 6}));
@@ -301,8 +301,8 @@ TEST(CorrespondenceIndexList, StopsAtTheFirstTokenThatIsNotAnInteger) {
 }
 
 TEST(CorrespondenceIndexList, MissingFileIsReportedAndLeavesTheListAlone) {
-    ScratchDir dir;
-    const std::string path = dir.path("absent.txt");
+    TempDir dir;
+    const std::string path = dir.file("absent.txt");
     Ints list{1, 2, 3};
     testing::internal::CaptureStdout();
     const bool ok = loadIndexList(list, path);
@@ -387,7 +387,7 @@ TEST(CorrespondenceApply, WeightedFormCommutesWithRigidMotions) {
 }
 
 TEST(CorrespondenceApply, LoadedWeightedFileResamplesASource) {
-    ScratchDir dir;
+    TempDir dir;
     const auto r = load(dir, weightedHeader(1, 2) +
                                  "1 1 0 1 2 0.5 0.5 0\n"
                                  "2 2 2 1 0 0.25 0 0.75\n");

@@ -10,8 +10,8 @@
 
 #include <Eigen/Geometry>
 
+#include "fixtures.h"
 #include "io/mesh_readers.h"
-#include "io_fixtures.h"
 
 namespace {
 
@@ -22,8 +22,8 @@ using kestrel::meridian::readObj;
 using kestrel::meridian::readObjVertexLines;
 using kestrel::meridian::readPly;
 using kestrel::meridian::rewriteObjVertexLines;
-using meridian_test::readBytes;
-using meridian_test::ScratchDir;
+using meridian::testing::readBytes;
+using meridian::testing::TempDir;
 
 // A matrix from its values listed column after column.
 Eigen::MatrixXd columns(Eigen::Index rows, std::initializer_list<double> values) {
@@ -222,8 +222,8 @@ TEST(ObjReader, EmptyInputGivesEmptyMatrices) {
 }
 
 TEST(ObjReader, MissingFileGivesEmptyMatrices) {
-    ScratchDir dir;
-    const ObjMeshData m = readObj(dir.path("absent.obj"));
+    TempDir dir;
+    const ObjMeshData m = readObj(dir.file("absent.obj"));
     EXPECT_EQ(m.vertices.size(), 0);
     EXPECT_EQ(m.texcoords.size(), 0);
     EXPECT_EQ(m.faces.size(), 0);
@@ -236,7 +236,7 @@ TEST(ObjReader, MissingFileGivesEmptyMatrices) {
 }
 
 TEST(ObjReader, FileAndMemoryReadersAgree) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string text =
         "# head\r\nv 0.123456789 1 2\r\nv 3 4 5\r\nvt 0.25 0.5\nvn 0 0 1\n"
         "f 1/1 2/1 1/1\nf 2/1 1/1 2/1\n";
@@ -260,7 +260,7 @@ TEST(ObjReader, ReadsATemplateSizedHead) {
     for (int k = 0; k + 2 < count; k += 3)
         text += "f " + std::to_string(k + 1) + " " + std::to_string(k + 2) + " " +
                 std::to_string(k + 3) + "\n";
-    ScratchDir dir;
+    TempDir dir;
     const ObjMeshData m = readObj(dir.write("head.obj", text));
     ASSERT_EQ(m.vertices.rows(), 3);
     ASSERT_EQ(m.vertices.cols(), count);
@@ -295,7 +295,7 @@ const char* const kPly =
     "4 2 1 0 7\n";
 
 TEST(PlyReader, ReadsAnAsciiBodyWithFullDoublePrecision) {
-    ScratchDir dir;
+    TempDir dir;
     const auto m = readPly(dir.write("eye.ply", kPly), 9);
     EXPECT_MATRIX_EQ(m.vertices, columns(3, {0.123456789, 1, 2, 3, 4, 5e-300, 6, 7, 8}));
     // Tokens 1..3 of each face line; a fourth corner is lost.
@@ -305,7 +305,7 @@ TEST(PlyReader, ReadsAnAsciiBodyWithFullDoublePrecision) {
 }
 
 TEST(PlyReader, CountsComeFromElementLinesAnywhereInTheHeader) {
-    ScratchDir dir;
+    TempDir dir;
     // The format line is not looked at; the face element may come first.
     const auto m = readPly(dir.write("a.ply",
                                      "ply\n"
@@ -325,7 +325,7 @@ TEST(PlyReader, CountsComeFromElementLinesAnywhereInTheHeader) {
 }
 
 TEST(PlyReader, OneHeaderLineTooFewShiftsTheBodyByOneLine) {
-    ScratchDir dir;
+    TempDir dir;
     const auto m = readPly(dir.write("eye.ply", kPly), 8);
     // "end_header" becomes vertex 0 (no number in it), the real vertex lines
     // move down one, and the last vertex line is taken as the first face.
@@ -335,7 +335,7 @@ TEST(PlyReader, OneHeaderLineTooFewShiftsTheBodyByOneLine) {
 }
 
 TEST(PlyReader, EveryBlankSeparatesATokenSoDoubleBlanksGiveEmptyOnes) {
-    ScratchDir dir;
+    TempDir dir;
     const auto m = readPly(dir.write("gaps.ply",
                                      "ply\n"
                                      "element vertex 2\n"
@@ -354,7 +354,7 @@ TEST(PlyReader, EveryBlankSeparatesATokenSoDoubleBlanksGiveEmptyOnes) {
 }
 
 TEST(PlyReader, CrLfEndsLinesButALoneCarriageReturnDoesNot) {
-    ScratchDir dir;
+    TempDir dir;
     const auto crlf =
         readPly(dir.write("crlf.ply",
                           "ply\r\nelement vertex 2\r\nelement face 1\r\nend_header\r\n"
@@ -373,7 +373,7 @@ TEST(PlyReader, CrLfEndsLinesButALoneCarriageReturnDoesNot) {
 }
 
 TEST(PlyReader, ShortFileLeavesZeros) {
-    ScratchDir dir;
+    TempDir dir;
     const auto m = readPly(dir.write("short.ply",
                                      "ply\nelement vertex 3\nelement face 2\nend_header\n"
                                      "1 2 3\n4 5\n"),
@@ -383,7 +383,7 @@ TEST(PlyReader, ShortFileLeavesZeros) {
 }
 
 TEST(PlyReader, NegativeCountsGiveNoElements) {
-    ScratchDir dir;
+    TempDir dir;
     const auto m = readPly(
         dir.write("neg.ply", "ply\nelement vertex -3\nelement face -1\nend_header\n1 2 3\n"), 4);
     EXPECT_EQ(m.vertices.cols(), 0);
@@ -392,15 +392,15 @@ TEST(PlyReader, NegativeCountsGiveNoElements) {
 }
 
 TEST(PlyReader, MissingFileGivesEmptyMatrices) {
-    ScratchDir dir;
-    const auto m = readPly(dir.path("absent.ply"), 9);
+    TempDir dir;
+    const auto m = readPly(dir.file("absent.ply"), 9);
     EXPECT_EQ(m.vertices.size(), 0);
     EXPECT_EQ(m.faces.size(), 0);
     EXPECT_EQ(m.extra.size(), 0);
 }
 
 TEST(PlyReader, CountsHeaderLinesThroughEndHeader) {
-    ScratchDir dir;
+    TempDir dir;
     EXPECT_EQ(countPlyHeaderLines(dir.write("a.ply", kPly)), 9);
     EXPECT_EQ(countPlyHeaderLines(
                   dir.write("b.ply", "ply\r\nformat ascii 1.0\r\nend_header\r\n1 2 3\r\n")),
@@ -408,7 +408,7 @@ TEST(PlyReader, CountsHeaderLinesThroughEndHeader) {
     EXPECT_EQ(countPlyHeaderLines(dir.write("c.ply", "ply\nformat ascii 1.0\nelement vertex 0\n")),
               0);
     EXPECT_EQ(countPlyHeaderLines(dir.write("d.ply", "ply\nformat ascii 1.0\nend_header\r")), 0);
-    EXPECT_EQ(countPlyHeaderLines(dir.path("absent.ply")), 0);
+    EXPECT_EQ(countPlyHeaderLines(dir.file("absent.ply")), 0);
 }
 
 // ---------------------------------------------------------------------------
@@ -428,17 +428,17 @@ const char* const kTemplate =
     "v 7 8 9\n";
 
 TEST(ObjReaderVertexLines, ReadsOnlyVLinesAtFullPrecision) {
-    ScratchDir dir;
+    TempDir dir;
     const Eigen::Matrix3Xd v = readObjVertexLines(dir.write("t.obj", kTemplate));
     EXPECT_MATRIX_EQ(v, columns(3, {1, 2, 3, 0.123456789012345, -5, 600, 7, 8, 9}));
-    const Eigen::Matrix3Xd none = readObjVertexLines(dir.path("absent.obj"));
+    const Eigen::Matrix3Xd none = readObjVertexLines(dir.file("absent.obj"));
     EXPECT_EQ(none.cols(), 0);
 }
 
 TEST(ObjReaderVertexLines, RewriteReplacesVLinesAndCopiesTheRest) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string templatePath = dir.write("t.obj", kTemplate);
-    const std::string outPath = dir.path("out.obj");
+    const std::string outPath = dir.file("out.obj");
     Eigen::Matrix3Xd vertices(3, 3);
     vertices << 1.5, 0.1234567, 1e6,  //
         -2.25, 0, -0.0000004,         //
@@ -459,8 +459,8 @@ TEST(ObjReaderVertexLines, RewriteReplacesVLinesAndCopiesTheRest) {
 }
 
 TEST(ObjReaderVertexLines, VertexLinesBeyondTheMatrixAreCopied) {
-    ScratchDir dir;
-    const std::string outPath = dir.path("out.obj");
+    TempDir dir;
+    const std::string outPath = dir.file("out.obj");
     const Eigen::Matrix3Xd one = Eigen::Vector3d(4, 5, 6);
     ASSERT_TRUE(rewriteObjVertexLines(dir.write("t.obj", kTemplate), outPath, one));
     const std::string out = readBytes(outPath);
@@ -470,8 +470,8 @@ TEST(ObjReaderVertexLines, VertexLinesBeyondTheMatrixAreCopied) {
 }
 
 TEST(ObjReaderVertexLines, RewriteKeepsOtherLineEndsAsTheyAre) {
-    ScratchDir dir;
-    const std::string outPath = dir.path("out.obj");
+    TempDir dir;
+    const std::string outPath = dir.file("out.obj");
     const Eigen::Matrix3Xd one = Eigen::Vector3d(4, 5, 6);
     ASSERT_TRUE(rewriteObjVertexLines(
         dir.write("t.obj", "# crlf\r\nv 1 2 3\nvt 0 1\r\n\nf 1/1 1/1 1/1"), outPath, one));
@@ -480,9 +480,9 @@ TEST(ObjReaderVertexLines, RewriteKeepsOtherLineEndsAsTheyAre) {
 }
 
 TEST(ObjReaderVertexLines, RewrittenPositionsReadBackWithinPrintPrecision) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string templatePath = dir.write("t.obj", kTemplate);
-    const std::string outPath = dir.path("out.obj");
+    const std::string outPath = dir.file("out.obj");
     const Eigen::Matrix3Xd original = readObjVertexLines(templatePath);
     const Eigen::Matrix3d rotation =
         Eigen::AngleAxisd(1.1, Eigen::Vector3d(0.3, 1, -0.2).normalized()).toRotationMatrix();
@@ -497,19 +497,19 @@ TEST(ObjReaderVertexLines, RewrittenPositionsReadBackWithinPrintPrecision) {
 }
 
 TEST(ObjReaderVertexLines, UnopenableFilesAreReported) {
-    ScratchDir dir;
+    TempDir dir;
     const Eigen::Matrix3Xd one = Eigen::Vector3d(1, 2, 3);
     {
-        const std::string target = dir.path("no-such-dir/out.obj");
+        const std::string target = dir.file("no-such-dir/out.obj");
         testing::internal::CaptureStdout();
         const bool ok = rewriteObjVertexLines(dir.write("t.obj", kTemplate), target, one);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), "can't open " + target + "\n");
         EXPECT_FALSE(ok);
     }
     {
-        const std::string missing = dir.path("absent.obj");
+        const std::string missing = dir.file("absent.obj");
         testing::internal::CaptureStdout();
-        const bool ok = rewriteObjVertexLines(missing, dir.path("out.obj"), one);
+        const bool ok = rewriteObjVertexLines(missing, dir.file("out.obj"), one);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), "can't open " + missing + "\n");
         EXPECT_FALSE(ok);
     }

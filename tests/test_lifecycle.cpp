@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "api/registry.h"
+#include "fixtures.h"
 #include "meridian/meridian.h"
-#include "model_fixtures.h"
 
 namespace {
 

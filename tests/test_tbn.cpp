@@ -25,10 +25,10 @@
 #include <Eigen/Geometry>
 
 #include "demo/demo_model.h"
+#include "fixtures.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
 #include "meridian/meridian.h"
-#include "model_fixtures.h"
 #include "tbn/frame_arithmetic.h"
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_engine_std.h"
@@ -622,30 +622,12 @@ TEST_F(TbnDemoHead, GeneralEngineOnTheSplitTemplate) {
     AI_system_over();
 }
 
-struct ToolRun {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
-
-ToolRun runTool(const std::string& arguments) {
-    const std::string command = std::string(MERIDIAN_CLI_PATH) + " " + arguments + " 2>&1";
-    ToolRun run;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[4096];
-    size_t got = 0;
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, got);
-    const int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
 TEST_F(TbnDemoHead, CommandLineWritesFramesAndPreview) {
     const meridian::testing::TempDir out;
     const std::string ply = out.file("frames.ply"), png = out.file("frames.png");
-    const ToolRun run =
-        runTool("tbn --model " + modelDir_->string() + " --in " +
-                (*modelDir_ / "sample_head.ply").string() + " --out " + ply + " --preview " + png);
+    const meridian::testing::ToolRun run = meridian::testing::runTool(
+        "tbn --model " + modelDir_->string() + " --in " +
+        (*modelDir_ / "sample_head.ply").string() + " --out " + ply + " --preview " + png);
     ASSERT_EQ(run.exitCode, 0) << run.output;
 
     // The file's normals (nx ny nz, right after the position) are the
@@ -671,12 +653,12 @@ TEST_F(TbnDemoHead, CommandLineWritesFramesAndPreview) {
     EXPECT_EQ(signature, "\x89PNG\r\n\x1a\n");
 
     const std::string tooSmall = out.write("small.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n");
-    const ToolRun wrongCount =
-        runTool("tbn --model " + modelDir_->string() + " --in " + tooSmall + " --out " + ply);
+    const meridian::testing::ToolRun wrongCount = meridian::testing::runTool(
+        "tbn --model " + modelDir_->string() + " --in " + tooSmall + " --out " + ply);
     EXPECT_EQ(wrongCount.exitCode, 1);
     EXPECT_NE(wrongCount.output.find("has 3 vertices"), std::string::npos) << wrongCount.output;
-    const ToolRun noModel =
-        runTool("tbn --model " + out.file("none") + " --in " + tooSmall + " --out " + ply);
+    const meridian::testing::ToolRun noModel = meridian::testing::runTool(
+        "tbn --model " + out.file("none") + " --in " + tooSmall + " --out " + ply);
     EXPECT_EQ(noModel.exitCode, 1);
     EXPECT_NE(noModel.output.find("model directory not found"), std::string::npos);
 }

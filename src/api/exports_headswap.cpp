@@ -11,8 +11,9 @@ using namespace kestrel::meridian::api;
 extern "C" MERIDIAN_API meridian_handle AI_system_init_swaphead(const char* model_dir) {
     if (model_dir == nullptr) return 0;
     return guarded<Handle>(0, [&] {
-        return headConverters().registerAndInit(
-            [&](CHeadConverter& converter) { return converter.initialise(std::string(model_dir)); });
+        return headConverters().registerAndInit([&](CHeadConverter& converter) {
+            return converter.initialise(std::string(model_dir));
+        });
     });
 }
 

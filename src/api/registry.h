@@ -20,7 +20,7 @@ using Handle = uint64_t;
 
 template <typename Engine>
 class Registry {
-public:
+  public:
     /// Creates an engine in a new slot (registered before it is initialised,
     /// so a failed engine stays in the registry until clear()), runs
     /// `init(Engine&)` and returns the slot's handle when it reports success,
@@ -51,7 +51,7 @@ public:
     /// Engines registered since the last clear(), failed ones included.
     size_t size() const { return slots_.size() - firstCurrent_; }
 
-private:
+  private:
     std::deque<std::shared_ptr<Engine>> slots_;
     size_t firstCurrent_ = 0;
     std::unordered_set<Handle> live_;
@@ -62,7 +62,7 @@ private:
 /// which releases them all.
 template <typename State>
 class Singleton {
-public:
+  public:
     State* get() const { return current_.get(); }
 
     State& replace(std::unique_ptr<State> state) {
@@ -76,7 +76,7 @@ public:
         replaced_.clear();
     }
 
-private:
+  private:
     std::unique_ptr<State> current_;
     std::vector<std::unique_ptr<State>> replaced_;
 };

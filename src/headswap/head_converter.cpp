@@ -29,8 +29,7 @@ bool CHeadConverter::initialise(const std::string& modelDir) {
     const std::string enginePath = joinPath(modelDir, "idx_head2ue4.corresp");
     if (!loadCorrespondence(headToEngine_, enginePath)) return false;
     return sourcesInRange(templateToHead_, kTemplateVertexCount, templatePath) &&
-           sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()),
-                          enginePath);
+           sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()), enginePath);
 }
 
 void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,

@@ -11,7 +11,7 @@
 namespace kestrel::meridian {
 
 class CHeadConverter {
-public:
+  public:
     /// Vertices of the template topology that every input head has.
     static constexpr Eigen::Index kTemplateVertexCount = 20481;
 
@@ -42,7 +42,7 @@ public:
     const Correspondence& templateToHead() const { return templateToHead_; }
     const Correspondence& headToEngine() const { return headToEngine_; }
 
-private:
+  private:
     Correspondence templateToHead_;
     Correspondence headToEngine_;
 };

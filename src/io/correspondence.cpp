@@ -119,8 +119,8 @@ Eigen::Matrix3Xd applyCorrespondence(const Correspondence& record,
     for (Eigen::Index k = 0; k < count; ++k) {
         const int32_t* tri = &record.triangles[3 * k];
         const double* w = &record.weights[3 * k];
-        result.col(k) = w[0] * source.col(tri[0]) + w[1] * source.col(tri[1]) +
-                        w[2] * source.col(tri[2]);
+        result.col(k) =
+            w[0] * source.col(tri[0]) + w[1] * source.col(tri[1]) + w[2] * source.col(tri[2]);
     }
     return result;
 }

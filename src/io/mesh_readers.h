@@ -33,7 +33,7 @@ ObjMeshData parseObj(std::string_view text);
 struct PlyMeshData {
     Eigen::MatrixXd vertices;  ///< 3 by #V: tokens 0..2 of each vertex line, full double precision
     Eigen::MatrixXd faces;     ///< 3 by #F: tokens 1..3 of each face line (0-based as written)
-    Eigen::MatrixXd extra;     ///< 3 by #V: tokens 3..5 of each vertex line (normals, if any), else 0
+    Eigen::MatrixXd extra;  ///< 3 by #V: tokens 3..5 of each vertex line (normals, if any), else 0
 };
 
 /// Reads an ASCII PLY whose header has exactly `headerLines` lines (the

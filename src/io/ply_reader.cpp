@@ -23,14 +23,16 @@ void splitAtBlanks(const std::string& line, std::vector<std::string>& tokens) {
     size_t start = 0;
     while (true) {
         const size_t blank = line.find(' ', start);
-        tokens.emplace_back(line, start, blank == std::string::npos ? std::string::npos
-                                                                     : blank - start);
+        tokens.emplace_back(line, start,
+                            blank == std::string::npos ? std::string::npos : blank - start);
         if (blank == std::string::npos) return;
         start = blank + 1;
     }
 }
 
-double toDouble(const std::string& token) { return std::strtod(token.c_str(), nullptr); }
+double toDouble(const std::string& token) {
+    return std::strtod(token.c_str(), nullptr);
+}
 
 Eigen::Index elementCount(const std::string& token, const std::string& path) {
     const double count = toDouble(token);
@@ -78,7 +80,8 @@ PlyMeshData readPly(const std::string& path, int headerLines) {
         if (!getTextLine(in, line)) line.clear();
         splitAtBlanks(line, tokens);
         // Token 0 is the corner count; corners past the third are dropped.
-        for (size_t t = 1; t < tokens.size() && t < 4; ++t) mesh.faces(t - 1, k) = toDouble(tokens[t]);
+        for (size_t t = 1; t < tokens.size() && t < 4; ++t)
+            mesh.faces(t - 1, k) = toDouble(tokens[t]);
     }
     return mesh;
 }

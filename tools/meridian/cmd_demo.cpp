@@ -12,8 +12,9 @@ namespace meridian::cli {
 void addDemoCommand(CLI::App& app) {
     auto dir = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand(
-        "demo", "Write the complete demo model directory (synthetic head, correspondences, "
-                "templates)");
+        "demo",
+        "Write the complete demo model directory (synthetic head, correspondences, "
+        "templates)");
     command->add_option("--out", *dir, "Directory to write (created if missing)")->required();
     command->callback([dir] {
         const auto start = std::chrono::steady_clock::now();

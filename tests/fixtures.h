@@ -1,8 +1,13 @@
-// Temporary model directories and small file helpers shared by the tests.
+// Helpers shared by the tests: temporary directories, files, sample heads
+// and running the command-line tool.
 #pragma once
 
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,7 +20,7 @@ namespace meridian::testing {
 /// A fresh directory under the system temp folder, removed at the end of
 /// the test.
 class TempDir {
-public:
+  public:
     TempDir() {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         // Unique per process and per instance: tests run in parallel processes
@@ -50,9 +55,35 @@ public:
         return target.string();
     }
 
-private:
+  private:
     std::filesystem::path path_;
 };
+
+/// The whole file as bytes; empty when it cannot be opened.
+inline std::string readBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// What a run of the `meridian` tool gave.
+struct ToolRun {
+    int exitCode = -1;
+    std::string output;  ///< stdout and stderr together
+};
+
+/// Runs the built `meridian` tool with `arguments` (a shell command line).
+inline ToolRun runTool(const std::string& arguments) {
+    const std::string command = std::string(MERIDIAN_CLI_PATH) + " " + arguments + " 2>&1";
+    ToolRun run;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return run;
+    char buffer[4096];
+    size_t got = 0;
+    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, got);
+    const int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
 
 /// Deterministic planar head: 3 * 20481 floats in a plausible range.
 inline std::vector<float> randomPlanarHead(unsigned seed) {

@@ -1,0 +1,48 @@
+#include "bench_data.h"
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "demo/demo_model.h"
+
+namespace meridian::bench {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct DemoModelDir {
+    DemoModelDir() : path(fs::temp_directory_path() / "meridian-bench-demo") {
+        std::string error;
+        if (!demo::writeDemoModel(path.string(), error))
+            throw std::runtime_error("demo model: " + error);
+    }
+    ~DemoModelDir() {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+    fs::path path;
+};
+
+}  // namespace
+
+const std::string& demoModelDir() {
+    static const DemoModelDir dir;
+    static const std::string path = dir.path.string();
+    return path;
+}
+
+const std::vector<float>& sampleHeadPlanar() {
+    static const std::vector<float> head = [] {
+        const Eigen::Matrix3Xd sample = demo::sampleHead();
+        const Eigen::Index n = sample.cols();
+        std::vector<float> planar(3 * n);
+        for (Eigen::Index r = 0; r < 3; ++r)
+            for (Eigen::Index i = 0; i < n; ++i)
+                planar[r * n + i] = static_cast<float>(sample(r, i));
+        return planar;
+    }();
+    return head;
+}
+
+}  // namespace meridian::bench
