@@ -112,7 +112,10 @@ TEST(ObjReader, NumbersConvertLikeAStringStreamFloatExtraction) {
         "1.0000000596046447753906249",  // just below halfway: 1
         "16777217",                     // 2^24 + 1, halfway: 2^24
         "16777219",                     // halfway: ties to even, 16777220
-        "1.0000000596046448",           // rounds to a halfway double, but lies above: 1 + 2^-23
+        // Short enough for one exact division, which gives a double that is
+        // a float midpoint; the decimal lies above it, then below.
+        "37.94973945617676", "0.4894915074110031",
+        // Long, tiny, huge.
         "0.30000001192092895507812500001", "3.14159265358979323846264338327950288",
         "7.006492321624085354618e-46",  // below half the smallest subnormal
         "1.17549435e-38", "3.4028234e38", "0.000000000000000000000000000000000000000000001",
