@@ -242,6 +242,32 @@ TEST(TbnKnownFrames, ClampBoundaries) {
 // ---------------------------------------------------------------------------
 // The single pass against the literal per-face computation
 
+TEST(TbnKnownFrames, DegenerateUvTriangleIsNonFiniteOnlyWithoutTheGuard) {
+    // Two separate flat triangles in z = 0; the second has all three texture
+    // corners on one point, so its UV determinant is exactly 0.
+    Eigen::Matrix3Xd positions(3, 6);
+    positions << 0, 1, 0, 5, 6, 5, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0;
+    TestMesh mesh = withUnitUvs(positions, (Eigen::Matrix3Xi(3, 2) << 0, 3, 1, 4, 2, 5).finished());
+    mesh.uvFaces.col(1) << 1, 1, 1;
+
+    const std::vector<float> fixed = fixedFrames(mesh);
+    for (Eigen::Index v : {0, 1, 2}) EXPECT_EQ(normalOf(frameOf(fixed, kHead, v)).z(), -1.0f);
+    for (Eigen::Index v : {3, 4, 5})
+        EXPECT_FALSE(normalOf(frameOf(fixed, kHead, v)).allFinite()) << "vertex " << v;
+
+    // With the guard the degenerate face still counts, with a finite normal.
+    TBNEngineGeneral general;
+    const std::vector<int> toHead = identity(6);
+    ASSERT_EQ(general.load(positions, mesh.uv, oneBased(mesh.faces), oneBased(mesh.uvFaces), "test",
+                           toHead.data(), 6, toHead.data(), 6),
+              TBNEngineGeneral::kOk);
+    std::vector<float> guarded(9 * 6);
+    general.computeFrames(planarHead(positions).data(), guarded.data());
+    EXPECT_TRUE(
+        std::all_of(guarded.begin(), guarded.end(), [](float v) { return std::isfinite(v); }));
+    EXPECT_EQ(normalOf(frameOf(guarded, 6, 0)).z(), -1.0f);
+}
+
 TEST(TbnLiteralAgreement, FixedEngineMatchesBitForBitIncludingNonFinite) {
     TestMesh mesh = wavyGrid(40, 7);
     std::vector<float> head = planarHead(mesh.positions);
