@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "demo/demo_model.h"
+#include "io/planar.h"
 
 namespace meridian::bench {
 
@@ -35,11 +36,8 @@ const std::string& demoModelDir() {
 const std::vector<float>& sampleHeadPlanar() {
     static const std::vector<float> head = [] {
         const Eigen::Matrix3Xd sample = demo::sampleHead();
-        const Eigen::Index n = sample.cols();
-        std::vector<float> planar(3 * n);
-        for (Eigen::Index r = 0; r < 3; ++r)
-            for (Eigen::Index i = 0; i < n; ++i)
-                planar[r * n + i] = static_cast<float>(sample(r, i));
+        std::vector<float> planar(3 * sample.cols());
+        kestrel::meridian::matrixToPlanar(sample, planar.data());
         return planar;
     }();
     return head;

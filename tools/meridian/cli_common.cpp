@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "io/mesh_readers.h"
+#include "io/planar.h"
 
 namespace meridian::cli {
 
@@ -40,9 +41,7 @@ std::vector<float> readHeadPlanar(const std::string& path) {
                            " vertices; a head in the template topology has " +
                            std::to_string(kHeadVertexCount));
     std::vector<float> planar(3 * kHeadVertexCount);
-    for (Eigen::Index r = 0; r < 3; ++r)
-        for (Eigen::Index c = 0; c < kHeadVertexCount; ++c)
-            planar[r * kHeadVertexCount + c] = static_cast<float>(vertices(r, c));
+    kestrel::meridian::matrixToPlanar(vertices, planar.data());
     return planar;
 }
 

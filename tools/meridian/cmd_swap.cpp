@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "io/correspondence.h"
 #include "io/mesh_readers.h"
+#include "io/planar.h"
 #include "meridian/meridian.h"
 
 namespace meridian::cli {
@@ -55,9 +56,7 @@ void runSwap(const SwapOptions& options) {
     AI_system_over();
     if (written != n) throw CommandError("head swap failed");
 
-    Eigen::Matrix3Xd vertices(3, n);
-    for (Eigen::Index r = 0; r < 3; ++r)
-        for (Eigen::Index k = 0; k < n; ++k) vertices(r, k) = planar[r * n + k];
+    const Eigen::Matrix3Xd vertices = kestrel::meridian::planarToVertices(planar.data(), n);
 
     // With the engine-order template mesh the result keeps its faces and UVs.
     const auto templatePath = (std::filesystem::path(options.model) / "ue4_head.obj").string();
