@@ -168,6 +168,103 @@ MERIDIAN_API int32_t AI_get_TBN(const float* head_vertices, float* tbn_out);
 MERIDIAN_API int32_t AI_get_TBN_g(meridian_handle handle, const float* head_vertices,
                                   float* tbn_out);
 
+/* ------------------------------------------------------------------------
+ * RGBD frame selection
+ *
+ * During a capture the host offers colour + depth frames one at a time; at
+ * the end the library names four of them: one frontal (|yaw| < 2), one
+ * turned to about -25 degrees of yaw, one to about +25, and one looking up
+ * about 6 degrees more than the chosen frontal frame. Landmarks come from
+ * the landmark provider "libcv_face" (see meridian/cv_face.h), a shared
+ * library loaded at init from the directory of this library, else from the
+ * system loader's search path. Head angles come from an affine fit of a 3-D
+ * mean face to 102 landmarks; yaw is negative when the nose points to the
+ * image's left, pitch positive when the face looks up (degrees, computed
+ * with 3.14 for pi).
+ *
+ * Frames are kept in four buckets (front, yaw -25, yaw +25, up) until
+ * AI_Choose4RGBD_clear; AI_system_over releases the landmark model but
+ * leaves the buckets as they are. A stored frame keeps its id, angles,
+ * landmarks and sharpness score, not its images.
+ * ------------------------------------------------------------------------ */
+
+/**
+ * Loads the landmark provider and runs its InitModel(model_dir, -1, 0).
+ * Replaces the previous landmark model. Returns 1.
+ *
+ * When the provider or its model cannot be loaded, the reason goes to
+ * standard error, "Init landmark model failed." to standard output; the
+ * call then waits for one character on standard input and ends the process
+ * with exit status 0. It does not return.
+ */
+MERIDIAN_API int32_t AI_system_init_Choose4RGBD(const char* model_dir);
+
+/**
+ * Offers one frame.
+ *
+ * color:  color_height rows of color_width pixels, 8-bit BGR, 3 bytes per
+ *         pixel, rows packed: channel c of pixel (x, y) at
+ *         3 * (y * color_width + x) + c.
+ * depth:  depth_height by depth_width 32-bit floats, row after row. Not
+ *         used for the choice; it must be given.
+ * yaw_out, pitch_out: the head angles in degrees.
+ *
+ * Returns
+ *    5  stored as frontal: |yaw| < 2, eyes open (threshold 0.2), and no
+ *       frame yet in the other three buckets;
+ *    4  stored as turned negative: -30 < yaw < -20, a frontal frame exists,
+ *       eyes open (threshold 0.5);
+ *    3  stored as turned positive: 20 < yaw < 30, likewise;
+ *    2  stored as looking up: front and both turned buckets filled, pitch
+ *       more than 3 above the first frontal frame's, |yaw| < 5, eyes open
+ *       (threshold 0.5);
+ *   -1  no face, or a landmark outside the image; both outputs set to
+ *       -10000. Also before AI_system_init_Choose4RGBD (or after
+ *       AI_system_over), and for a null pointer or a width or height of 0
+ *       or less (images not read);
+ *   -2  the frame matched a bucket but its eyes are judged closed (outputs
+ *       not written);
+ *   -3  a face that matches no bucket (outputs written);
+ *   -4  the landmarks span less than 230 pixels (outputs not written).
+ * Eye openness is, per eye, the three lid distances over the corner
+ * distance; one eye below the threshold rejects the frame.
+ */
+MERIDIAN_API int32_t AI_Choose4RGBD_input_1_rgbd(int frame_id, const void* color, int color_width,
+                                                 int color_height, const void* depth,
+                                                 int depth_width, int depth_height,
+                                                 float* yaw_out, float* pitch_out);
+
+/**
+ * Names the chosen frame of each bucket (the ids given at intake).
+ * Sharpness is the standard deviation of the Laplacian of the frame's grey
+ * image (times 255); the frame with the smallest score is chosen, the first
+ * of equal scores. Front: among all frontal frames. Turned: among the five
+ * whose yaw is nearest -25 (+25). Up: among the five whose pitch is nearest
+ * the chosen frontal frame's pitch + 6.
+ *
+ * Returns 1, or the code of the first empty bucket, with no id written:
+ * -5 front (also before any frame, or for a null pointer), -4 yaw
+ * negative, -3 yaw positive, -2 up.
+ */
+MERIDIAN_API int32_t AI_Choose4RGBD_get_final_4_rgbd(int* front_id, int* yaw_neg_id,
+                                                     int* yaw_pos_id, int* up_id);
+
+/** Empties the four frame buckets. Returns 0. The landmark model stays. */
+MERIDIAN_API int32_t AI_Choose4RGBD_clear(void);
+
+/**
+ * Runs the selection over a capture on disk: empties the buckets, offers
+ * capture_dir + "/jpg/<k+1>.jpg" as frame id k for k = 0 .. n-1, where n
+ * is the number of regular files in capture_dir + "/jpg" (depth images, if
+ * any, are capture_dir + "/exr/<k+1>.exr"; they are not needed), makes the
+ * final choice and prints "final: " and its code on standard output. An
+ * unreadable colour file counts as a frame without a face.
+ *
+ * Returns 1; -1 (0xFFFFFFFF) before AI_system_init_Choose4RGBD or for a
+ * null path.
+ */
+MERIDIAN_API int32_t debug_test_RGBD_choose4(const char* capture_dir);
+
 #ifdef __cplusplus
 }
 #endif

@@ -9,6 +9,7 @@ class TBNEngineGeneral;
 namespace kestrel::meridian {
 class CHeadConverter;
 class TBNEngineStd;
+class LandmarkModel;
 }  // namespace kestrel::meridian
 
 namespace kestrel::meridian::api {
@@ -16,5 +17,8 @@ namespace kestrel::meridian::api {
 Registry<CHeadConverter>& headConverters();
 Registry<TBNEngineGeneral>& tangentFrameEngines();
 Singleton<TBNEngineStd>& fixedTangentFrameEngine();
+#if defined(MERIDIAN_WITH_RGBD)
+Singleton<LandmarkModel>& landmarkModel();  // defined with the frame-selection exports
+#endif
 
 }  // namespace kestrel::meridian::api

@@ -2,6 +2,9 @@
 #include "api/engines.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
+#if defined(MERIDIAN_WITH_RGBD)
+#include "rgbd/landmark_model.h"
+#endif
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_engine_std.h"
 
@@ -29,6 +32,9 @@ using namespace kestrel::meridian::api;
 extern "C" MERIDIAN_API int AI_system_over(void) {
     // Singletons first, then the registries, in this order.
     fixedTangentFrameEngine().reset();
+#if defined(MERIDIAN_WITH_RGBD)
+    landmarkModel().reset();  // the frame buckets stay until AI_Choose4RGBD_clear
+#endif
     tangentFrameEngines().clear();
     headConverters().clear();
     return 1;
