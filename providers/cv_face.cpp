@@ -44,7 +44,9 @@ Model& model() {
     return instance;
 }
 
-bool isReadable(const std::string& path) { return std::ifstream(path, std::ios::binary).good(); }
+bool isReadable(const std::string& path) {
+    return std::ifstream(path, std::ios::binary).good();
+}
 
 std::string joinPath(const std::string& dir, const char* file) {
     if (dir.empty()) return file;
@@ -60,7 +62,8 @@ dlib::array2d<unsigned char> toGrey(const unsigned char* image, int rows, int co
             if (channels < 3) {
                 grey[r][c] = p[0];
             } else {  // BGR(A), ITU-R BT.601 weights in 1/1024
-                grey[r][c] = static_cast<unsigned char>((117 * p[0] + 601 * p[1] + 306 * p[2] + 512) >> 10);
+                grey[r][c] =
+                    static_cast<unsigned char>((117 * p[0] + 601 * p[1] + 306 * p[2] + 512) >> 10);
             }
         }
     }
@@ -85,8 +88,8 @@ extern "C" {
 CV_FACE_API int InitModel(const char* model_dir, int /*device*/, int /*flags*/) {
     try {
         Model& m = model();
-        for (const std::string& dir : {std::string(model_dir ? model_dir : ""),
-                                       std::string(kSystemModelDir)}) {
+        for (const std::string& dir :
+             {std::string(model_dir ? model_dir : ""), std::string(kSystemModelDir)}) {
             const std::string path = joinPath(dir, kPredictorFile);
             if (dir.empty() || !isReadable(path)) continue;
             dlib::deserialize(path) >> m.predictor;
@@ -117,10 +120,9 @@ CV_FACE_API int GetFaceLandmark(const unsigned char* image, int rows, int cols, 
             m.detector(grey, found, 0.0);
         }
         if (found.empty()) return 0;
-        const auto largest =
-            std::max_element(found.begin(), found.end(), [](const auto& a, const auto& b) {
-                return a.rect.area() < b.rect.area();
-            });
+        const auto largest = std::max_element(
+            found.begin(), found.end(),
+            [](const auto& a, const auto& b) { return a.rect.area() < b.rect.area(); });
         const dlib::rectangle box(std::lround(largest->rect.left() / scale),
                                   std::lround(largest->rect.top() / scale),
                                   std::lround(largest->rect.right() / scale),

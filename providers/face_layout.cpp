@@ -50,12 +50,12 @@ LayoutWeights buildLayout() {
     set(w, 82, {{35, 1.5}, {33, -0.7}, {30, 0.2}});
     set(w, 83, {{29, 0.5}, {35, 1.0}, {33, -0.5}});
     // Lips, every run from the image's left to its right.
-    for (int k = 0; k < 7; ++k) set(w, 84 + k, {{48 + k, 1.0}});       // 48..54
-    for (int k = 0; k < 5; ++k) set(w, 91 + k, {{59 - k, 1.0}});       // 59..55
-    set(w, 96, {{51, 0.5}, {62, 0.5}});                                // upper lip centre
-    set(w, 97, {{57, 0.5}, {66, 0.5}});                                // lower lip centre
-    for (int k = 0; k < 5; ++k) set(w, 98 + k, {{60 + k, 1.0}});       // 60..64
-    for (int k = 0; k < 3; ++k) set(w, 103 + k, {{67 - k, 1.0}});      // 67..65
+    for (int k = 0; k < 7; ++k) set(w, 84 + k, {{48 + k, 1.0}});   // 48..54
+    for (int k = 0; k < 5; ++k) set(w, 91 + k, {{59 - k, 1.0}});   // 59..55
+    set(w, 96, {{51, 0.5}, {62, 0.5}});                            // upper lip centre
+    set(w, 97, {{57, 0.5}, {66, 0.5}});                            // lower lip centre
+    for (int k = 0; k < 5; ++k) set(w, 98 + k, {{60 + k, 1.0}});   // 60..64
+    for (int k = 0; k < 3; ++k) set(w, 103 + k, {{67 - k, 1.0}});  // 67..65
     return w;
 }
 

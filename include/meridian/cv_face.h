@@ -43,9 +43,9 @@ extern "C" {
  * `point_count` at 0 and the points at a value outside every image.
  */
 typedef struct CvFaceResult {
-    int32_t face_count;  /**< faces found; the points belong to the largest */
-    float score;         /**< detector confidence of that face, 0 when none */
-    float box_left;      /**< its box in image pixels */
+    int32_t face_count; /**< faces found; the points belong to the largest */
+    float score;        /**< detector confidence of that face, 0 when none */
+    float box_left;     /**< its box in image pixels */
     float box_top;
     float box_right;
     float box_bottom;

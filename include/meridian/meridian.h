@@ -231,8 +231,8 @@ MERIDIAN_API int32_t AI_system_init_Choose4RGBD(const char* model_dir);
  */
 MERIDIAN_API int32_t AI_Choose4RGBD_input_1_rgbd(int frame_id, const void* color, int color_width,
                                                  int color_height, const void* depth,
-                                                 int depth_width, int depth_height,
-                                                 float* yaw_out, float* pitch_out);
+                                                 int depth_width, int depth_height, float* yaw_out,
+                                                 float* pitch_out);
 
 /**
  * Names the chosen frame of each bucket (the ids given at intake).

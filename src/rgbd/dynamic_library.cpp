@@ -28,13 +28,17 @@ std::unique_ptr<DynamicLibrary> DynamicLibrary::open(const std::string& path, st
     return std::unique_ptr<DynamicLibrary>(new DynamicLibrary(reinterpret_cast<void*>(module)));
 }
 
-DynamicLibrary::~DynamicLibrary() { FreeLibrary(reinterpret_cast<HMODULE>(handle_)); }
+DynamicLibrary::~DynamicLibrary() {
+    FreeLibrary(reinterpret_cast<HMODULE>(handle_));
+}
 
 void* DynamicLibrary::symbol(const char* name) const {
     return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(handle_), name));
 }
 
-std::string DynamicLibrary::fileName(const std::string& base) { return base + ".dll"; }
+std::string DynamicLibrary::fileName(const std::string& base) {
+    return base + ".dll";
+}
 
 std::string DynamicLibrary::directoryOf(const void* address) {
     HMODULE module = nullptr;
@@ -60,11 +64,17 @@ std::unique_ptr<DynamicLibrary> DynamicLibrary::open(const std::string& path, st
     return std::unique_ptr<DynamicLibrary>(new DynamicLibrary(handle));
 }
 
-DynamicLibrary::~DynamicLibrary() { dlclose(handle_); }
+DynamicLibrary::~DynamicLibrary() {
+    dlclose(handle_);
+}
 
-void* DynamicLibrary::symbol(const char* name) const { return dlsym(handle_, name); }
+void* DynamicLibrary::symbol(const char* name) const {
+    return dlsym(handle_, name);
+}
 
-std::string DynamicLibrary::fileName(const std::string& base) { return base + ".so"; }
+std::string DynamicLibrary::fileName(const std::string& base) {
+    return base + ".so";
+}
 
 std::string DynamicLibrary::directoryOf(const void* address) {
     Dl_info info{};

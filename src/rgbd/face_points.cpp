@@ -54,8 +54,8 @@ int eyeOpenness(const cv::Mat& landmarks, bool frontal) {
     static const int kEyeA[4][2] = {{58, 59}, {53, 57}, {54, 56}, {52, 55}};
     static const int kEyeB[4][2] = {{66, 67}, {61, 65}, {62, 64}, {60, 63}};
     const double threshold = frontal ? 0.2 : 0.5;
-    const int closed = int(openness(landmarks, kEyeA) < threshold) +
-                       int(openness(landmarks, kEyeB) < threshold);
+    const int closed =
+        int(openness(landmarks, kEyeA) < threshold) + int(openness(landmarks, kEyeB) < threshold);
     return closed == 2 ? -3 : closed == 1 ? -1 : 1;
 }
 

@@ -13,7 +13,9 @@ namespace kestrel::meridian {
 constexpr int kKeptPointCount = 102;
 
 /// Whether provider point `i` (0..105) is one of the four skipped pupils.
-constexpr bool isSkippedPoint(int i) { return i == 59 || i == 60 || i == 69 || i == 70; }
+constexpr bool isSkippedPoint(int i) {
+    return i == 59 || i == 60 || i == 69 || i == 70;
+}
 
 /// Fills `landmarks` (2 by 102, CV_32F; row 0 x, row 1 y, in kept order)
 /// from the provider's points of an image of `rows` by `cols` pixels: a

@@ -123,12 +123,11 @@ int FrameSelection::finalChoice(int& frontId, int& yawNegativeId, int& yawPositi
     upPitchTarget_ = static_cast<float>(chosenFront.pitch + 6.0);
     const float target = upPitchTarget_;
     const auto& up = at(Bucket::kUp);
-    upId = blurriest(up,
-                     orderBy(up, [target](const StoredFrame& f) {
-                         return std::fabs(f.pitch - target);
-                     }),
-                     kCandidates)
-               .frameId;
+    upId =
+        blurriest(
+            up, orderBy(up, [target](const StoredFrame& f) { return std::fabs(f.pitch - target); }),
+            kCandidates)
+            .frameId;
     return 1;
 }
 

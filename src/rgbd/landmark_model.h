@@ -17,8 +17,7 @@ class LandmarkModel {
     /// looks for "libcv_face" the usual way) and runs its InitModel on
     /// `modelDir`. Returns null and says why in `error`.
     static std::unique_ptr<LandmarkModel> load(const std::string& modelDir,
-                                               const std::string& providerPath,
-                                               std::string& error);
+                                               const std::string& providerPath, std::string& error);
 
     const LandmarkProvider& provider() const { return *provider_; }
 

@@ -41,9 +41,9 @@ std::unique_ptr<LandmarkProvider> LandmarkProvider::load(const std::string& path
     provider->initModel_ = reinterpret_cast<CvFaceInitModel>(library->symbol("InitModel"));
     provider->getFaceLandmark_ =
         reinterpret_cast<CvFaceGetFaceLandmark>(library->symbol("GetFaceLandmark"));
-    for (const auto& [found, name] : {std::pair<bool, const char*>{provider->initModel_ != nullptr,
-                                                                   "InitModel"},
-                                      {provider->getFaceLandmark_ != nullptr, "GetFaceLandmark"}}) {
+    for (const auto& [found, name] :
+         {std::pair<bool, const char*>{provider->initModel_ != nullptr, "InitModel"},
+          {provider->getFaceLandmark_ != nullptr, "GetFaceLandmark"}}) {
         if (!found) {
             error = "landmark provider " + location + " has no function " + name;
             return nullptr;

@@ -12,6 +12,9 @@ int main(int argc, char** argv) {
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);
     meridian::cli::addTbnCommand(app);
+#if defined(MERIDIAN_WITH_RGBD)
+    meridian::cli::addRgbdCommands(app);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -18,9 +18,12 @@ int main(int argc, char** argv) {
     std::string provider = MERIDIAN_PROVIDER_PATH;
     double scale = 2.0;
     for (int i = 1; i + 1 < argc; i += 2) {
-        if (!std::strcmp(argv[i], "--photos")) photos = argv[i + 1];
-        else if (!std::strcmp(argv[i], "--scale")) scale = std::atof(argv[i + 1]);
-        else if (!std::strcmp(argv[i], "--provider")) provider = argv[i + 1];
+        if (!std::strcmp(argv[i], "--photos"))
+            photos = argv[i + 1];
+        else if (!std::strcmp(argv[i], "--scale"))
+            scale = std::atof(argv[i + 1]);
+        else if (!std::strcmp(argv[i], "--provider"))
+            provider = argv[i + 1];
         else {
             std::cerr << "usage: meridian_rgbd_eval [--photos DIR] [--scale S] [--provider PATH]\n";
             return 2;
@@ -48,10 +51,11 @@ int main(int argc, char** argv) {
                         r.pitch - r.labelPitch, r.faceSize);
         }
         const Summary s = summarise(results);
-        std::printf("scale %.2f: faces found %d of %d; yaw mean abs error %.2f deg; pitch mean abs "
-                    "error %.2f deg; pitch mean signed error %+.2f deg\n",
-                    scale, s.found, s.photos, s.yawMeanAbsError, s.pitchMeanAbsError,
-                    s.pitchMeanSignedError);
+        std::printf(
+            "scale %.2f: faces found %d of %d; yaw mean abs error %.2f deg; pitch mean abs "
+            "error %.2f deg; pitch mean signed error %+.2f deg\n",
+            scale, s.found, s.photos, s.yawMeanAbsError, s.pitchMeanAbsError,
+            s.pitchMeanSignedError);
     } catch (const std::exception& e) {
         std::cerr << "error: " << e.what() << '\n';
         return 1;

@@ -1,0 +1,207 @@
+// `meridian rgbd-select`: the frame selection over a capture on disk, with
+// every frame's outcome and a contact sheet of the four chosen frames.
+// `meridian rgbd-demo`: writes the demo capture.
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "cli_common.h"
+#include "commands.h"
+#include "demo/rgbd/demo_capture.h"
+#include "meridian/meridian.h"
+#include "rgbd/capture_files.h"
+#include "rgbd/dynamic_library.h"
+#include "rgbd/frame_selection.h"
+
+namespace meridian::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+using kestrel::meridian::CaptureFramePaths;
+using kestrel::meridian::LandmarkModel;
+
+struct SelectOptions {
+    std::string landmarks;
+    std::string capture;
+    std::string contactSheet;
+};
+
+const char* codeMeaning(int code) {
+    switch (code) {
+        case 5:
+            return "stored: frontal";
+        case 4:
+            return "stored: yaw -25";
+        case 3:
+            return "stored: yaw +25";
+        case 2:
+            return "stored: up";
+        case -1:
+            return "no face";
+        case -2:
+            return "eyes closed";
+        case -3:
+            return "no bucket";
+        case -4:
+            return "face too small";
+        default:
+            return "?";
+    }
+}
+
+std::string progressBar(size_t done, size_t total) {
+    constexpr size_t kWidth = 20;
+    const size_t filled = total ? done * kWidth / total : kWidth;
+    return "[" + std::string(filled, '#') + std::string(kWidth - filled, '.') + "]";
+}
+
+// The provider the library itself loads: libcv_face next to libmeridian.
+std::unique_ptr<LandmarkModel> loadModelLikeTheLibrary(const std::string& modelDir) {
+    const std::string beside = kestrel::meridian::DynamicLibrary::directoryOf(
+        reinterpret_cast<const void*>(&AI_system_over));
+    const std::string provider = beside + kestrel::meridian::DynamicLibrary::fileName("libcv_face");
+    std::string error;
+    auto model = LandmarkModel::load(modelDir, fs::exists(provider) ? provider : "", error);
+    if (!model) throw CommandError(error);
+    return model;
+}
+
+struct Chosen {
+    const char* role;
+    int id;
+    float yaw = 0.0f, pitch = 0.0f;
+};
+
+void writeContactSheet(const std::string& path, const std::vector<CaptureFramePaths>& frames,
+                       const std::vector<Chosen>& chosen, const LandmarkModel& model) {
+    constexpr int kTile = 400;
+    cv::Mat sheet(2 * kTile, 2 * kTile, CV_8UC3, cv::Scalar(32, 32, 32));
+    for (size_t t = 0; t < chosen.size(); ++t) {
+        const Chosen& c = chosen[t];
+        const cv::Mat image = kestrel::meridian::readColorImage(frames[size_t(c.id)].color);
+        if (image.empty()) continue;
+        cv::Mat drawn = image.clone();
+        const auto analysis =
+            kestrel::meridian::analyseFrame(model, image.data, image.rows, image.cols);
+        const double radius = std::max(1.0, image.cols / 320.0);
+        if (analysis.found)
+            for (int j = 0; j < analysis.landmarks.cols; ++j)
+                cv::circle(drawn,
+                           cv::Point2f(analysis.landmarks.at<float>(0, j) + 1.0f,
+                                       analysis.landmarks.at<float>(1, j) + 2.0f),
+                           int(radius), cv::Scalar(0, 255, 0), cv::FILLED, cv::LINE_AA);
+        const double scale = std::min(double(kTile) / drawn.cols, double(kTile) / drawn.rows);
+        cv::resize(drawn, drawn, cv::Size(), scale, scale, cv::INTER_AREA);
+        const cv::Rect tile(int(t % 2) * kTile, int(t / 2) * kTile, drawn.cols, drawn.rows);
+        drawn.copyTo(sheet(tile));
+        char label[128];
+        std::snprintf(label, sizeof label, "%s: id %d (%s)  yaw %.1f  pitch %.1f", c.role, c.id,
+                      fs::path(frames[size_t(c.id)].color).filename().string().c_str(), c.yaw,
+                      c.pitch);
+        const cv::Point at(tile.x + 8, tile.y + 20);
+        cv::putText(sheet, label, at, cv::FONT_HERSHEY_SIMPLEX, 0.5, cv::Scalar(0, 0, 0), 3,
+                    cv::LINE_AA);
+        cv::putText(sheet, label, at, cv::FONT_HERSHEY_SIMPLEX, 0.5, cv::Scalar(255, 255, 255), 1,
+                    cv::LINE_AA);
+    }
+    if (!cv::imwrite(path, sheet)) throw CommandError("cannot write " + path);
+}
+
+void runSelect(const SelectOptions& options) {
+    if (!fs::is_directory(options.capture))
+        throw CommandError("capture directory not found: " + options.capture);
+    if (!options.contactSheet.empty()) requireWritable(options.contactSheet);
+    const std::vector<CaptureFramePaths> frames = kestrel::meridian::listCapture(options.capture);
+    if (frames.empty()) throw CommandError("no frames in " + options.capture + "/jpg");
+    const auto model = loadModelLikeTheLibrary(options.landmarks);
+    AI_system_init_Choose4RGBD(options.landmarks.c_str());
+    AI_Choose4RGBD_clear();
+
+    std::vector<float> yaws(frames.size(), 0.0f), pitches(frames.size(), 0.0f);
+    for (size_t k = 0; k < frames.size(); ++k) {
+        const std::string name = fs::path(frames[k].color).filename().string();
+        std::printf("%s %3zu/%zu  id %3zu  %-8s ", progressBar(k + 1, frames.size()).c_str(), k + 1,
+                    frames.size(), k, name.c_str());
+        const cv::Mat color = kestrel::meridian::readColorImage(frames[k].color);
+        const cv::Mat depth = kestrel::meridian::readDepthExr(frames[k].depth);
+        if (color.empty() || depth.empty()) {
+            std::printf("skipped: cannot read %s\n",
+                        (color.empty() ? frames[k].color : frames[k].depth).c_str());
+            continue;
+        }
+        float yaw = 0.0f, pitch = 0.0f;
+        const int code =
+            AI_Choose4RGBD_input_1_rgbd(int(k), color.data, color.cols, color.rows, depth.data,
+                                        depth.cols, depth.rows, &yaw, &pitch);
+        yaws[k] = yaw;
+        pitches[k] = pitch;
+        if (code == -1 || code == -2 || code == -4)
+            std::printf("code %2d  %-16s\n", code, codeMeaning(code));
+        else
+            std::printf("code %2d  %-16s yaw %7.2f  pitch %7.2f\n", code, codeMeaning(code), yaw,
+                        pitch);
+        std::fflush(stdout);
+    }
+    int ids[4] = {0, 0, 0, 0};
+    const int result = AI_Choose4RGBD_get_final_4_rgbd(&ids[0], &ids[1], &ids[2], &ids[3]);
+    AI_Choose4RGBD_clear();
+    AI_system_over();
+    static const char* kEmpty[] = {"", "", "up", "yaw +25", "yaw -25", "frontal"};
+    if (result != 1)
+        throw CommandError(std::string("no ") + kEmpty[-result] +
+                           " frame was stored, so no four frames can be chosen (final code " +
+                           std::to_string(result) + ")");
+    std::vector<Chosen> chosen = {
+        {"front", ids[0]}, {"yaw -25", ids[1]}, {"yaw +25", ids[2]}, {"up", ids[3]}};
+    std::printf("final: 1\n");
+    for (Chosen& c : chosen) {
+        c.yaw = yaws[size_t(c.id)];
+        c.pitch = pitches[size_t(c.id)];
+        std::printf("%-8s id %3d  %s\n", c.role, c.id, frames[size_t(c.id)].color.c_str());
+    }
+    if (!options.contactSheet.empty()) {
+        writeContactSheet(options.contactSheet, frames, chosen, *model);
+        std::printf("wrote contact sheet to %s\n", options.contactSheet.c_str());
+    }
+}
+
+}  // namespace
+
+void addRgbdCommands(CLI::App& app) {
+    auto options = std::make_shared<SelectOptions>();
+    CLI::App* select = app.add_subcommand(
+        "rgbd-select", "Choose the frontal, turned and up frames of an RGBD capture");
+    select
+        ->add_option("--landmarks", options->landmarks,
+                     "Landmark model directory given to the provider (its model, or empty to "
+                     "use the system's)")
+        ->required();
+    select->add_option("--capture", options->capture, "Capture directory with jpg/ and exr/")
+        ->required();
+    select->add_option("--contact-sheet", options->contactSheet,
+                       "Also write a PNG of the four chosen frames with landmarks and angles");
+    select->callback([options] { runSelect(*options); });
+
+    auto dir = std::make_shared<std::string>();
+    CLI::App* demo = app.add_subcommand(
+        "rgbd-demo", "Write the demo RGBD capture (a portrait turned left, right and up)");
+    demo->add_option("--out", *dir, "Capture directory to write (created if missing)")->required();
+    demo->callback([dir] {
+        const auto start = std::chrono::steady_clock::now();
+        std::string error;
+        if (!demo::writeDemoCapture(*dir, error)) throw CommandError(error);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        std::cout << "demo capture (" << demo::demoCaptureFrames().size() << " frames) written to "
+                  << *dir << " in " << took.count() << " s\n";
+    });
+}
+
+}  // namespace meridian::cli
