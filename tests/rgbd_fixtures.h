@@ -1,0 +1,130 @@
+// Helpers of the frame-selection tests: faces with known head angles, and
+// the provider double.
+#pragma once
+
+#include <dlfcn.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "rgbd/face_points.h"
+#include "rgbd/mean_face.h"
+
+namespace meridian::testing {
+
+/// The mean face as the selection builds it: 3 by 102, CV_32F.
+inline cv::Mat meanFaceMatrix() {
+    cv::Mat face(3, kestrel::meridian::kKeptPointCount, CV_32F);
+    const auto& constants = kestrel::meridian::meanFaceConstants();
+    for (int r = 0; r < 3; ++r)
+        for (int j = 0; j < face.cols; ++j) face.at<float>(r, j) = float(constants[102 * r + j]);
+    return face;
+}
+
+/// The 102 kept landmarks (2 by 102, image x right, y down) of the mean face
+/// turned by `yawRadians` about the vertical axis (positive: nose toward
+/// the image's right) and then `pitchRadians` about the horizontal one
+/// (positive: looking up), `scale` pixels per unit, centred at (cx, cy).
+inline cv::Mat projectedFace(double yawRadians, double pitchRadians, double scale, double cx,
+                             double cy) {
+    const cv::Mat face = meanFaceMatrix();
+    const double ct = std::cos(yawRadians), st = std::sin(yawRadians);
+    const double cp = std::cos(pitchRadians), sp = std::sin(pitchRadians);
+    cv::Mat points(2, face.cols, CV_32F);
+    for (int j = 0; j < face.cols; ++j) {
+        const double x = face.at<float>(0, j), y = face.at<float>(1, j), z = face.at<float>(2, j);
+        const double turnedX = ct * x + st * z, turnedZ = -st * x + ct * z;
+        const double up = cp * y + sp * turnedZ;
+        points.at<float>(0, j) = float(cx + scale * turnedX);
+        points.at<float>(1, j) = float(cy - scale * up);
+    }
+    return points;
+}
+
+/// The provider's 106 points (x0, y0, x1, y1, ...) that give `kept` after
+/// extraction: kept columns shifted by (+1, +2), pupils at the first point.
+inline std::vector<float> providerPoints(const cv::Mat& kept) {
+    std::vector<float> points(2 * CV_FACE_POINT_COUNT);
+    int column = 0;
+    for (int i = 0; i < CV_FACE_POINT_COUNT; ++i) {
+        const int from = kestrel::meridian::isSkippedPoint(i) ? 0 : column++;
+        points[2 * i] = kept.at<float>(0, from) + 1.0f;
+        points[2 * i + 1] = kept.at<float>(1, from) + 2.0f;
+    }
+    return points;
+}
+
+/// A face whose angles the selection reports as about `yawDegrees` and
+/// `pitchDegrees` (it converts with 3.14 for pi), 340 pixels wide, in a
+/// 640 by 480 frame.
+inline std::vector<float> faceAt(double yawDegrees, double pitchDegrees, double scale = 2.5) {
+    return providerPoints(
+        projectedFace(yawDegrees * 3.14 / 180.0, pitchDegrees * 3.14 / 180.0, scale, 320, 250));
+}
+
+/// Moves the six lid points of eye 0 (provider points 51-58) or eye 1
+/// (61-68) onto the line between its corners: openness 0.
+inline std::vector<float> withEyeClosed(std::vector<float> points, int eye) {
+    const int base = eye == 0 ? 51 : 61;  // provider index of the first corner
+    const float ax = points[2 * base], ay = points[2 * base + 1];
+    const float bx = points[2 * (base + 3)], by = points[2 * (base + 3) + 1];
+    for (int k : {1, 2, 4, 5, 6, 7}) {
+        const float t = (k == 1 || k == 5) ? 1.0f / 3 : (k == 2 || k == 4) ? 2.0f / 3 : 0.5f;
+        points[2 * (base + k)] = ax + t * (bx - ax);
+        points[2 * (base + k) + 1] = ay + t * (by - ay);
+    }
+    return points;
+}
+
+constexpr int kFrameRows = 480, kFrameCols = 640;
+
+/// A 640 by 480 BGR frame of uniform noise of the given amplitude about
+/// mid grey: the larger the amplitude, the sharper the frame scores.
+inline std::vector<unsigned char> noiseFrame(int amplitude, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> noise(-amplitude, amplitude);
+    std::vector<unsigned char> frame(size_t(kFrameRows) * kFrameCols * 3);
+    for (unsigned char& v : frame) v = static_cast<unsigned char>(128 + noise(rng));
+    return frame;
+}
+
+/// The provider double's control functions, from the double already loaded
+/// at `path` (or loading it).
+struct ProviderDouble {
+    explicit ProviderDouble(const std::string& path) {
+        handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (!handle) return;
+        queue = reinterpret_cast<void (*)(const float*)>(dlsym(handle, "CvFaceDoubleQueue"));
+        reset = reinterpret_cast<void (*)()>(dlsym(handle, "CvFaceDoubleReset"));
+        calls = reinterpret_cast<void (*)(int*)>(dlsym(handle, "CvFaceDoubleCalls"));
+        scoreBefore = reinterpret_cast<float (*)()>(dlsym(handle, "CvFaceDoubleScoreBefore"));
+        modelDir = reinterpret_cast<const char* (*)()>(dlsym(handle, "CvFaceDoubleModelDir"));
+    }
+    ~ProviderDouble() {
+        if (handle) dlclose(handle);
+    }
+    ProviderDouble(const ProviderDouble&) = delete;
+    ProviderDouble& operator=(const ProviderDouble&) = delete;
+
+    void next(const std::vector<float>& points) { queue(points.data()); }
+    void nextNoFace() { queue(nullptr); }
+    int call(int what) const {
+        int values[8];
+        calls(values);
+        return values[what];
+    }
+
+    void* handle = nullptr;
+    void (*queue)(const float*) = nullptr;
+    void (*reset)() = nullptr;
+    void (*calls)(int*) = nullptr;
+    float (*scoreBefore)() = nullptr;
+    const char* (*modelDir)() = nullptr;
+};
+
+}  // namespace meridian::testing
