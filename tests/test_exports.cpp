@@ -14,8 +14,21 @@
 namespace {
 
 const std::set<std::string> kExports = {
-    "AI_system_over",       "AI_system_init_swaphead", "AI_swap_head", "AI_system_init_TBN",
-    "AI_system_init_TBN_g", "AI_system_init_TBN_g2",   "AI_get_TBN",   "AI_get_TBN_g",
+    "AI_system_over",
+    "AI_system_init_swaphead",
+    "AI_swap_head",
+    "AI_system_init_TBN",
+    "AI_system_init_TBN_g",
+    "AI_system_init_TBN_g2",
+    "AI_get_TBN",
+    "AI_get_TBN_g",
+#if defined(MERIDIAN_WITH_RGBD)
+    "AI_system_init_Choose4RGBD",
+    "AI_Choose4RGBD_input_1_rgbd",
+    "AI_Choose4RGBD_get_final_4_rgbd",
+    "AI_Choose4RGBD_clear",
+    "debug_test_RGBD_choose4",
+#endif
 };
 
 // Names of the defined global and weak symbols in an ELF64 file's dynamic

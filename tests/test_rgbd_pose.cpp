@@ -23,10 +23,11 @@ TEST(RgbdPose, AffineFitRecoversTurnAndTiltOfTheMeanFace) {
     struct Case {
         double yaw, pitch;  // radians
     };
-    for (const Case c : {Case{0.0, 0.2}, Case{0.3, 0.1}, Case{-0.45, 0.05}, Case{0.2, -0.15},
-                         Case{-0.1, -0.3}}) {
+    for (const Case c :
+         {Case{0.0, 0.2}, Case{0.3, 0.1}, Case{-0.45, 0.05}, Case{0.2, -0.15}, Case{-0.1, -0.3}}) {
         for (double scale : {0.5, 3.0}) {
-            const auto angles = affinePoseAngles(projectedFace(c.yaw, c.pitch, scale, 300, 200), pinv);
+            const auto angles =
+                affinePoseAngles(projectedFace(c.yaw, c.pitch, scale, 300, 200), pinv);
             // R's rows are the camera's x and y axes: no roll, second angle
             // minus the turn, third the tilt measured from the viewing
             // direction (pi away from level, as image y points down).

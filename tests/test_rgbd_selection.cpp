@@ -71,8 +71,8 @@ TEST_F(RgbdSelection, ExtractionShiftsPointsAndStopsOutsideTheImage) {
     ASSERT_EQ(kept.rows, 2);
     ASSERT_EQ(kept.cols, kKeptPointCount);
     // Column 59 is point 61 and column 67 point 71: the pupils are skipped.
-    for (const auto& [column, point] : {std::pair{0, 0}, {58, 58}, {59, 61}, {66, 68}, {67, 71},
-                                      {101, 105}}) {
+    for (const auto& [column, point] :
+         {std::pair{0, 0}, {58, 58}, {59, 61}, {66, 68}, {67, 71}, {101, 105}}) {
         EXPECT_EQ(kept.at<float>(0, column), float(point) - 1.0f);
         EXPECT_EQ(kept.at<float>(1, column), float(200 + point) - 2.0f);
     }
@@ -82,14 +82,16 @@ TEST_F(RgbdSelection, ExtractionShiftsPointsAndStopsOutsideTheImage) {
         bool kept;
     };
     // x must lie in [0, 300) and y - 1 in [0, 400).
-    for (const Case c : {Case{10, 299.9f, 5, true}, Case{10, 300, 5, false}, Case{10, -0.01f, 5, false},
-                         Case{10, 0, 1, true}, Case{10, 0, 0.99f, false}, Case{10, 5, 400.99f, true},
-                         Case{10, 5, 401, false}, Case{59, -50, -50, true}, Case{70, 900, 900, true},
-                         Case{105, 5, 401, false}}) {
+    for (const Case c :
+         {Case{10, 299.9f, 5, true}, Case{10, 300, 5, false}, Case{10, -0.01f, 5, false},
+          Case{10, 0, 1, true}, Case{10, 0, 0.99f, false}, Case{10, 5, 400.99f, true},
+          Case{10, 5, 401, false}, Case{59, -50, -50, true}, Case{70, 900, 900, true},
+          Case{105, 5, 401, false}}) {
         CvFaceResult moved = block;
         moved.points[2 * c.point] = c.x;
         moved.points[2 * c.point + 1] = c.y;
-        EXPECT_EQ(extractLandmarks(moved, 400, 300, kept), c.kept) << c.point << " " << c.x << " " << c.y;
+        EXPECT_EQ(extractLandmarks(moved, 400, 300, kept), c.kept)
+            << c.point << " " << c.x << " " << c.y;
     }
 }
 
@@ -119,10 +121,10 @@ TEST_F(RgbdSelection, EyeOpennessRatiosAgainstTheirThresholds) {
         bool frontal;
         int expected;
     };
-    for (const Case c : {Case{1.0f, 1.0f, true, 1}, Case{0.6f, 1.0f, true, -1},
-                         Case{0.6f, 0.6f, true, -3}, Case{1.0f, 1.0f, false, -3},
-                         Case{2.0f, 1.0f, false, -1}, Case{1.0f, 2.0f, false, -1},
-                         Case{1.7f, 1.7f, false, 1}, Case{0.0f, 2.0f, false, -1}}) {
+    for (const Case c :
+         {Case{1.0f, 1.0f, true, 1}, Case{0.6f, 1.0f, true, -1}, Case{0.6f, 0.6f, true, -3},
+          Case{1.0f, 1.0f, false, -3}, Case{2.0f, 1.0f, false, -1}, Case{1.0f, 2.0f, false, -1},
+          Case{1.7f, 1.7f, false, 1}, Case{0.0f, 2.0f, false, -1}}) {
         EXPECT_EQ(eyeOpenness(landmarks(c.a, c.b), c.frontal), c.expected)
             << c.a << " " << c.b << " " << c.frontal;
     }
@@ -138,10 +140,12 @@ TEST_F(RgbdSelection, IntakeFillsBucketsInTheirOrder) {
     // frame is stored; up frames need all three and a pitch more than 3
     // above the first frontal frame's.
     const Step steps[] = {
-        {-25, 0, kNoBucket},          {1, 0, kStoredFront},       {0, 4, kStoredFront},
-        {3, 0, kNoBucket},            {-25, 0, kStoredYawNegative}, {0.5, 0, kNoBucket},
-        {25, 1, kStoredYawPositive},  {-31, 0, kNoBucket},        {19, 0, kNoBucket},
-        {-21, 0, kStoredYawNegative}, {0, 2.8, kNoBucket},        {4, 10, kStoredUp},
+        {-25, 0, kNoBucket},          {1, 0, kStoredFront},
+        {0, 4, kStoredFront},         {3, 0, kNoBucket},
+        {-25, 0, kStoredYawNegative}, {0.5, 0, kNoBucket},
+        {25, 1, kStoredYawPositive},  {-31, 0, kNoBucket},
+        {19, 0, kNoBucket},           {-21, 0, kStoredYawNegative},
+        {0, 2.8, kNoBucket},          {4, 10, kStoredUp},
         {6, 10, kNoBucket},           {-1, 3.2, kStoredUp},
     };
     int id = 0;
@@ -238,24 +242,36 @@ TEST_F(RgbdSelection, FinalChoiceTakesTheBlurriestOfTheNearestFive) {
     };
     const Offer offers[] = {
         // Front: 1 and 2 share one image (equal scores): the earlier wins.
-        {0, 0, 0, 60, 0}, {1, 0, 8, 20, 1}, {2, 0.5, 8, 20, 1},
+        {0, 0, 0, 60, 0},
+        {1, 0, 8, 20, 1},
+        {2, 0.5, 8, 20, 1},
         // Yaw -25: 14 is the blurriest but the seventh nearest; of the
         // nearest five, 16 is.
-        {10, -25.5, 0, 50, 10}, {11, -24, 0, 45, 11}, {12, -27, 0, 55, 12}, {13, -22.5, 0, 60, 13},
-        {14, -29.9, 0, 5, 14}, {15, -21, 0, 58, 15}, {16, -26, 0, 30, 16},
-        {20, 25, 0, 40, 20}, {21, 28, 0, 10, 21},
+        {10, -25.5, 0, 50, 10},
+        {11, -24, 0, 45, 11},
+        {12, -27, 0, 55, 12},
+        {13, -22.5, 0, 60, 13},
+        {14, -29.9, 0, 5, 14},
+        {15, -21, 0, 58, 15},
+        {16, -26, 0, 30, 16},
+        {20, 25, 0, 40, 20},
+        {21, 28, 0, 10, 21},
         // Up: the target is the chosen frontal frame's pitch (8) + 6, not the
         // first one's (0) + 6, so 35 (pitch 6.5, the blurriest) is sixth.
-        {30, 0, 14.2, 50, 30}, {31, 0, 13.5, 45, 31}, {32, 0, 15, 40, 32}, {33, 0, 12.8, 55, 33},
-        {34, 0, 15.6, 48, 34}, {35, 0, 6.5, 5, 35},
+        {30, 0, 14.2, 50, 30},
+        {31, 0, 13.5, 45, 31},
+        {32, 0, 15, 40, 32},
+        {33, 0, 12.8, 55, 33},
+        {34, 0, 15.6, 48, 34},
+        {35, 0, 6.5, 5, 35},
     };
     std::map<int, std::vector<unsigned char>> images;
     for (const Offer& o : offers) {
         images[o.id] = noiseFrame(o.sharpness, unsigned(o.seed));
         provider_.next(faceAt(o.yaw, o.pitch));
         float yaw, pitch;
-        ASSERT_GT(selection_.intake(*model_, o.id, images[o.id].data(), kFrameRows, kFrameCols,
-                                    yaw, pitch),
+        ASSERT_GT(selection_.intake(*model_, o.id, images[o.id].data(), kFrameRows, kFrameCols, yaw,
+                                    pitch),
                   0)
             << o.id;
     }
