@@ -14,3 +14,6 @@ mkdir -p "$out"
 "$meridian" swap --model "$model" --in "$model/sample_head.obj" --out "$out/head_ue4.obj"
 "$meridian" tbn --model "$model" --in "$model/sample_head.obj" --out "$out/frames.ply" \
   --preview "$out/normals.png"
+"$meridian" rgbd-demo --out "$out/capture"
+"$meridian" rgbd-select --landmarks /usr/share/dlib --capture "$out/capture" \
+  --contact-sheet "$out/rgbd_choice.png"

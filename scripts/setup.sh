@@ -7,7 +7,8 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${MERIDIAN_BUILD_DIR:-$root/build}"
 
 packages=(build-essential cmake libeigen3-dev libopencv-dev libcli11-dev
-          libgtest-dev googletest libbenchmark-dev libtinyobjloader-dev)
+          libgtest-dev googletest libbenchmark-dev libtinyobjloader-dev
+          libdlib-dev libdlib-data libopenexr-dev python3-numpy python3-skimage)
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
