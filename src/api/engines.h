@@ -9,6 +9,9 @@ class TBNEngineGeneral;
 namespace kestrel::meridian {
 class CHeadConverter;
 class TBNEngineStd;
+class EyeballFitState;
+class CKOVAEyeballAligner;
+class CKOVAEyelashAligner;
 }  // namespace kestrel::meridian
 
 namespace kestrel::meridian::api {
@@ -16,5 +19,10 @@ namespace kestrel::meridian::api {
 Registry<CHeadConverter>& headConverters();
 Registry<TBNEngineGeneral>& tangentFrameEngines();
 Singleton<TBNEngineStd>& fixedTangentFrameEngine();
+
+// Eyes: the plain eyeball task and the two aligner kinds.
+Singleton<EyeballFitState>& eyeballFitState();
+Registry<CKOVAEyeballAligner>& eyeballAligners();
+Registry<CKOVAEyelashAligner>& eyelashAligners();
 
 }  // namespace kestrel::meridian::api
