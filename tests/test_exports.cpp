@@ -14,12 +14,23 @@
 namespace {
 
 const std::set<std::string> kExports = {
-    "AI_system_over",       "AI_system_init_swaphead", "AI_swap_head", "AI_system_init_TBN",
-    "AI_system_init_TBN_g", "AI_system_init_TBN_g2",   "AI_get_TBN",   "AI_get_TBN_g",
+    "AI_system_over",
+    "AI_system_init_swaphead",
+    "AI_swap_head",
+    "AI_system_init_TBN",
+    "AI_system_init_TBN_g",
+    "AI_system_init_TBN_g2",
+    "AI_get_TBN",
+    "AI_get_TBN_g",
     // Eyes and debug.
-    "AI_system_init_eyeball", "AI_add_eyeball", "AI_system_init_eyeball_kova",
-    "AI_system_init_eyelash_kova", "AI_add_eyeball_kova", "AI_add_eyelash_kova",
-    "debug_get_head_data_from_ply", "debug_get_head_data_from_obj",
+    "AI_system_init_eyeball",
+    "AI_add_eyeball",
+    "AI_system_init_eyeball_kova",
+    "AI_system_init_eyelash_kova",
+    "AI_add_eyeball_kova",
+    "AI_add_eyelash_kova",
+    "debug_get_head_data_from_ply",
+    "debug_get_head_data_from_obj",
     "debug_apply_one_pose_save_obj",
 };
 
