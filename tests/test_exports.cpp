@@ -22,6 +22,16 @@ const std::set<std::string> kExports = {
     "AI_system_init_TBN_g2",
     "AI_get_TBN",
     "AI_get_TBN_g",
+    // Eyes and debug.
+    "AI_system_init_eyeball",
+    "AI_add_eyeball",
+    "AI_system_init_eyeball_kova",
+    "AI_system_init_eyelash_kova",
+    "AI_add_eyeball_kova",
+    "AI_add_eyelash_kova",
+    "debug_get_head_data_from_ply",
+    "debug_get_head_data_from_obj",
+    "debug_apply_one_pose_save_obj",
 #if defined(MERIDIAN_WITH_RGBD)
     "AI_system_init_Choose4RGBD",
     "AI_Choose4RGBD_input_1_rgbd",
@@ -69,6 +79,8 @@ TEST(Exports, EveryNameResolvesThroughDlopen) {
         EXPECT_NE(dlsym(library, name.c_str()), nullptr) << name;
     using Over = int (*)();
     EXPECT_EQ(reinterpret_cast<Over>(dlsym(library, "AI_system_over"))(), 1);
+    // One run function serves both aligner kinds under two names.
+    EXPECT_EQ(dlsym(library, "AI_add_eyelash_kova"), dlsym(library, "AI_add_eyeball_kova"));
     dlclose(library);
 }
 

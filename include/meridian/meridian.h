@@ -169,6 +169,151 @@ MERIDIAN_API int32_t AI_get_TBN_g(meridian_handle handle, const float* head_vert
                                   float* tbn_out);
 
 /* ------------------------------------------------------------------------
+ * Eyes
+ *
+ * Frame words: "first eye" and "second eye" are the two sockets the head
+ * template defines (the first one around head vertex 12322, the second one
+ * around head vertex 7166). "Left" and "right" in the aligners' file names
+ * are the subject's left and right.
+ * ------------------------------------------------------------------------ */
+
+/**
+ * Loads the plain eyeball task from model_dir + "/eyeball/new_eye.ply"
+ * (plain concatenation): the template eyeball, an ASCII PLY with exactly 9
+ * header lines and at least 770 vertices. Replaces the previous eyeball
+ * task.
+ *
+ * Returns 1 on success. Returns 0 when the file is missing (the path
+ * followed by " \xC2\xB7\xBE\xB6\xB2\xBB\xB4\xE6\xD4\xDA", "path does not
+ * exist" in GBK, is printed) or has fewer than 770 vertices (the path and the
+ * count are printed); the model directory is still kept for
+ * debug_apply_one_pose_save_obj.
+ */
+MERIDIAN_API int AI_system_init_eyeball(const char* model_dir);
+
+/**
+ * Places the template eyeball into both eye sockets of a head and reports,
+ * per eye, the pose that takes a template-eyeball vertex v to
+ * scale * R * v + position.
+ *
+ * head_vertices:  3 * 20481 floats, planar (x of vertex j at j, y at
+ *                 20481 + j, z at 40962 + j).
+ * template_index: landmark template the head is first aligned to: 0, 1 or 2.
+ * eye0_angles, eye1_angles:     3 doubles each, written: the Euler angles of
+ *                 R in degrees (converted with 3.14 for pi), [0] about z,
+ *                 [1] about y, negated, [2] about x, so that
+ *                 R = Rz([0]) * Ry(-[1]) * Rx([2]). [0] lies in 0..180.09 (pi in these degrees).
+ * eye0_position, eye1_position: 3 doubles each, written: position (x, y, z).
+ * eye_scale:      1 double, written: the scale, the same for both eyes.
+ * Eye 0 is the first eye, eye 1 the second. Infinite values are written as
+ * 0; NaN is passed on.
+ *
+ * Returns 1. Returns 0 and writes nothing before any AI_system_init_eyeball,
+ * after a failed one, for a template_index above 2 or for a null pointer.
+ */
+MERIDIAN_API int AI_add_eyeball(const float* head_vertices, unsigned template_index,
+                                double* eye0_angles, double* eye1_angles, double* eye0_position,
+                                double* eye1_position, double* eye_scale);
+
+/**
+ * Creates an eyeball aligner from `model_dir` (a separator is inserted when
+ * needed), which must hold "idx_tavi2head.corresp" and in "eyeball/":
+ * "eyeball_tri.obj" (the eyeball mesh), "idx_head2eyeball.corresp",
+ * "idx_head2eyeball_left.corresp", "idx_head2eyeball_right.corresp" (head
+ * vertex -> eyeball-mesh point), "idx_eyeball2ue4.corresp" (eyeball mesh ->
+ * export order), "idx_eyeball_left.txt" and "idx_eyeball_right.txt" (the
+ * eyeball-mesh vertices of each eye); optionally "w_head2eyeball_left.corresp"
+ * and "w_head2eyeball_right.corresp" (one weight per entry; without them the
+ * side fits weigh every entry the same).
+ *
+ * Returns the engine's handle, or 0 when a file cannot be opened (the
+ * correspondence and index readers print "Invalid correspondence file:
+ * <path>" / "Invalid indices file: <path>"; a missing OBJ prints nothing) or
+ * when an index lies outside the table it names (the file and the first bad
+ * entry are printed).
+ */
+MERIDIAN_API meridian_handle AI_system_init_eyeball_kova(const char* model_dir);
+
+/**
+ * Creates an eyelash aligner from `model_dir`, which must hold
+ * "idx_tavi2head.corresp" and in "eyelash/": "eyelash_tri.obj" (the lash
+ * mesh), "eyelash_bs01.obj" (its one blendshape: the same vertices, moved),
+ * "idx_head2eyelash.corresp", "idx_head2eyelash_left.corresp",
+ * "idx_head2eyelash_right.corresp", "idx_eyelash2ue4.corresp",
+ * "idx_eyelash_left.txt" and "idx_eyelash_right.txt". Results and messages
+ * as AI_system_init_eyeball_kova; the blendshape must have as many vertices
+ * as the lash mesh.
+ */
+MERIDIAN_API meridian_handle AI_system_init_eyelash_kova(const char* model_dir);
+
+/**
+ * Fits an aligner's mesh to a head. Takes handles of both aligner kinds:
+ * an eyeball aligner scales and moves its mesh onto the head as a whole
+ * (scale clamped to 0.9..1.1), then turns and moves each eye onto its
+ * socket; an eyelash aligner does the same with its lashes and then adds its
+ * blendshape, with weights solved from the remaining offset, in five passes.
+ *
+ * head_vertices: 3 * 20481 floats, planar.
+ * out_vertices:  room for 3 * N floats, N = entries of the aligner's export
+ *                correspondence ("eyeball/idx_eyeball2ue4.corresp" or
+ *                "eyelash/idx_eyelash2ue4.corresp"); written planar
+ *                (coordinate r of vertex k at r*N + k).
+ * count:         not used (the input size is fixed).
+ *
+ * Returns N (0 for an eyeball mesh without vertices, nothing written); 0 for
+ * a handle that is not a live aligner handle or a null array (nothing
+ * written).
+ */
+MERIDIAN_API int32_t AI_add_eyeball_kova(meridian_handle handle, const float* head_vertices,
+                                         float* out_vertices, int64_t count);
+
+/** The same function as AI_add_eyeball_kova (the same address), for eyelash handles. */
+MERIDIAN_API int32_t AI_add_eyelash_kova(meridian_handle handle, const float* head_vertices,
+                                         float* out_vertices, int64_t count);
+
+/* ------------------------------------------------------------------------
+ * Debug
+ * ------------------------------------------------------------------------ */
+
+/**
+ * Reads an ASCII PLY with exactly 7 header lines ("element vertex N" among
+ * them) and writes its N vertices planar to `out` (3 * N floats).
+ *
+ * Returns 1; 0 when the file cannot be opened (the path followed by
+ * " \xC2\xB7\xBE\xB6\xB2\xBB\xB4\xE6\xD4\xDA", "path does not exist" in
+ * GBK, is printed) or for a null pointer.
+ */
+MERIDIAN_API int debug_get_head_data_from_ply(const char* ply_path, float* out);
+
+/**
+ * Reads the vertices of an OBJ and writes them planar to `out` (3 * N
+ * floats: all x, all y, all z).
+ *
+ * Returns 1; 0 when the file has no vertices (e.g. a missing file; the path
+ * followed by " \xB2\xBB\xD5\xFD\xC8\xB7", "incorrect" in GBK, is printed)
+ * or for a null pointer.
+ */
+MERIDIAN_API int debug_get_head_data_from_obj(const char* obj_path, float* out);
+
+/**
+ * Writes the template eye mesh, "/eyeball/color_eye/EyeNew.obj" below the
+ * eyeball task's model directory, moved by one pose, to `out_obj_path`:
+ * every vertex v becomes scale * R * v + translation with
+ * R = Rz(angles_deg[0]) * Ry(-angles_deg[1]) * Rx(angles_deg[2]) (degrees
+ * converted with 3.14 for pi), the form AI_add_eyeball reports. "v " lines
+ * are rewritten with "%f" coordinates; every other line is copied.
+ *
+ * angles_deg:  3 doubles; translation: 3 doubles.
+ *
+ * Prints " --------------   <out_obj_path>: -------------- ", R, " tt: " and
+ * the translation, " scale: " and the scale. A file that cannot be opened
+ * prints "can't open <path>" and nothing is written. Does nothing (no file,
+ * no output) before any AI_system_init_eyeball or for a null pointer.
+ */
+MERIDIAN_API void debug_apply_one_pose_save_obj(const double* angles_deg, const double* translation,
+                                                double scale, const char* out_obj_path);
+
+/* ------------------------------------------------------------------------
  * RGBD frame selection
  *
  * During a capture the host offers colour + depth frames one at a time; at

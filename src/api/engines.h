@@ -9,6 +9,9 @@ class TBNEngineGeneral;
 namespace kestrel::meridian {
 class CHeadConverter;
 class TBNEngineStd;
+class EyeballFitState;
+class CKOVAEyeballAligner;
+class CKOVAEyelashAligner;
 class LandmarkModel;
 }  // namespace kestrel::meridian
 
@@ -20,5 +23,10 @@ Singleton<TBNEngineStd>& fixedTangentFrameEngine();
 #if defined(MERIDIAN_WITH_RGBD)
 Singleton<LandmarkModel>& landmarkModel();  // defined with the frame-selection exports
 #endif
+
+// Eyes: the plain eyeball task and the two aligner kinds.
+Singleton<EyeballFitState>& eyeballFitState();
+Registry<CKOVAEyeballAligner>& eyeballAligners();
+Registry<CKOVAEyelashAligner>& eyelashAligners();
 
 }  // namespace kestrel::meridian::api

@@ -1,5 +1,8 @@
 // Ownership of every engine and AI_system_over.
 #include "api/engines.h"
+#include "eyes/eyeball_aligner.h"
+#include "eyes/eyeball_fit_state.h"
+#include "eyes/eyelash_aligner.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
 #if defined(MERIDIAN_WITH_RGBD)
@@ -25,17 +28,35 @@ Singleton<TBNEngineStd>& fixedTangentFrameEngine() {
     return engine;
 }
 
+Singleton<EyeballFitState>& eyeballFitState() {
+    static Singleton<EyeballFitState> state;
+    return state;
+}
+
+Registry<CKOVAEyeballAligner>& eyeballAligners() {
+    static Registry<CKOVAEyeballAligner> registry;
+    return registry;
+}
+
+Registry<CKOVAEyelashAligner>& eyelashAligners() {
+    static Registry<CKOVAEyelashAligner> registry;
+    return registry;
+}
+
 }  // namespace kestrel::meridian::api
 
 using namespace kestrel::meridian::api;
 
 extern "C" MERIDIAN_API int AI_system_over(void) {
     // Singletons first, then the registries, in this order.
+    eyeballFitState().reset();
     fixedTangentFrameEngine().reset();
 #if defined(MERIDIAN_WITH_RGBD)
     landmarkModel().reset();  // the frame buckets stay until AI_Choose4RGBD_clear
 #endif
     tangentFrameEngines().clear();
+    eyeballAligners().clear();
+    eyelashAligners().clear();
     headConverters().clear();
     return 1;
 }

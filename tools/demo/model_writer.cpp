@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "demo/demo_model.h"
+#include "demo/eye_model.h"
 #include "demo/head_topology.h"
 #include "demo/text_out.h"
 
@@ -141,7 +142,7 @@ bool writeDemoModel(const std::string& dir, std::string& error) {
     };
     for (const auto& [name, text] : files)
         if (!writeFile(root / name, text, error)) return false;
-    return true;
+    return writeDemoEyeModel(dir, error);
 }
 
 }  // namespace meridian::demo

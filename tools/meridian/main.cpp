@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);
     meridian::cli::addTbnCommand(app);
+    meridian::cli::addEyesCommand(app);
 #if defined(MERIDIAN_WITH_RGBD)
     meridian::cli::addRgbdCommands(app);
 #endif

@@ -1,0 +1,55 @@
+// Loading and checking the data files of the eye aligners. Every index a
+// fit will follow is checked once here, so a run call never reads outside a
+// table; a failed check prints the file and its first bad entry.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "io/correspondence.h"
+
+namespace kestrel::meridian {
+
+/// A triangle mesh as the aligners keep it.
+struct AlignerMesh {
+    Eigen::Matrix3Xd vertices;   ///< 3 by #V
+    Eigen::Matrix3Xi triangles;  ///< 3 by #F, 0-based vertex indices
+};
+
+/// File names of one aligner's data, relative to the model directory.
+struct AlignerFiles {
+    const char* mesh;             ///< the mesh (OBJ)
+    const char* headToMesh;       ///< head vertex -> mesh point, whole mesh
+    const char* headToMeshLeft;   ///< the same for the left side
+    const char* headToMeshRight;  ///< the same for the right side
+    const char* meshToExport;     ///< mesh -> export order
+    const char* leftVertices;     ///< mesh vertices of the left side
+    const char* rightVertices;    ///< mesh vertices of the right side
+};
+
+/// `dir` / `name` with a separator inserted when `dir` lacks one.
+std::string joinModelPath(const std::string& dir, const char* name);
+
+/// Reads an OBJ's vertices and triangles. False, silently, when the file
+/// cannot be opened; false with a message when a face names a vertex that
+/// does not exist. A file without vertices gives an empty mesh.
+bool loadAlignerMesh(const std::string& path, AlignerMesh& mesh);
+
+/// Every source vertex (pair form) or triangle corner lies in
+/// 0..sourceCount-1.
+bool checkSources(const Correspondence& record, int64_t sourceCount, const std::string& path);
+
+/// Every target index lies in 0..targetCount-1.
+bool checkTargets(const Correspondence& record, int64_t targetCount, const std::string& path);
+
+/// Every entry lies in 0..count-1.
+bool checkIndexList(const std::vector<int32_t>& list, int64_t count, const std::string& path);
+
+/// The record's vertex weights are absent or one per entry.
+bool checkVertexWeights(const Correspondence& record, const std::string& weightPath,
+                        const std::string& path);
+
+}  // namespace kestrel::meridian

@@ -1,0 +1,83 @@
+#include "eyes/eyelash_aligner.h"
+
+#include <iostream>
+
+namespace kestrel::meridian {
+
+namespace {
+
+constexpr AlignerFiles kEyelashFiles = {
+    "eyelash/eyelash_tri.obj",
+    "eyelash/idx_head2eyelash.corresp",
+    "eyelash/idx_head2eyelash_left.corresp",
+    "eyelash/idx_head2eyelash_right.corresp",
+    "eyelash/idx_eyelash2ue4.corresp",
+    "eyelash/idx_eyelash_left.txt",
+    "eyelash/idx_eyelash_right.txt",
+};
+constexpr const char* kBlendshapeFile = "eyelash/eyelash_bs01.obj";
+
+/// Column after column: x y z of entry 0, then of entry 1, ...
+Eigen::Map<const Eigen::VectorXd> flattened(const Eigen::Matrix3Xd& points) {
+    return Eigen::Map<const Eigen::VectorXd>(points.data(), points.size());
+}
+
+}  // namespace
+
+bool CKOVAEyelashAligner::init(const std::string& modelDir) {
+    const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
+    const AlignerFiles& f = kEyelashFiles;
+    if (!loadCorrespondence(tavi2head_, path("idx_tavi2head.corresp"))) return false;
+    if (!loadAlignerMesh(path(f.mesh), eyeballMesh_)) return false;
+    if (!loadAlignerMesh(path(kBlendshapeFile), blendMesh_)) return false;
+    if (!loadCorrespondence(head2eyeball_, path(f.headToMesh))) return false;
+    if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft))) return false;
+    if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight))) return false;
+    if (!loadCorrespondence(eyeball2ue4_, path(f.meshToExport))) return false;
+    if (!loadIndexList(idxEyeballLeft_, path(f.leftVertices))) return false;
+    if (!loadIndexList(idxEyeballRight_, path(f.rightVertices))) return false;
+
+    if (blendMesh_.vertices.cols() != eyeballMesh_.vertices.cols()) {
+        std::cout << path(kBlendshapeFile) << ": " << blendMesh_.vertices.cols()
+                  << " vertices, but " << path(f.mesh) << " has " << eyeballMesh_.vertices.cols()
+                  << std::endl;
+        return false;
+    }
+    if (!checkAndPrepare(modelDir, f, nullptr, nullptr)) return false;
+
+    blendDelta_ = blendMesh_.vertices - eyeballMesh_.vertices;
+    const Eigen::Matrix3Xd mapped = applyCorrespondence(head2eyeball_, blendDelta_);
+    blendDeltaMapped_ = flattened(mapped);
+    blendNorm_ = blendDeltaMapped_.size() == 0 ? 0.0 : blendDeltaMapped_.dot(blendDeltaMapped_);
+    return true;
+}
+
+std::array<double, CKOVAEyelashAligner::kPassCount> CKOVAEyelashAligner::fitLash(
+    const Eigen::Matrix3Xd& head, Eigen::Matrix3Xd& lash) const {
+    const HeadTargets targets = headTargets(head);
+    lash = eyeballMesh_.vertices;
+    placeWhole(targets.whole, lash);
+
+    std::array<double, kPassCount> weights{};
+    for (double& weight : weights) {
+        fitSide(head2eyeballLeft_, targets.left, idxEyeballLeft_, lash);
+        fitSide(head2eyeballRight_, targets.right, idxEyeballRight_, lash);
+        const Eigen::Matrix3Xd offset = targets.whole - applyCorrespondence(head2eyeball_, lash);
+        // No guard: an empty blendshape mapping gives 0 / 0, which such data
+        // deserves.
+        const double numerator =
+            blendDeltaMapped_.size() == 0 ? 0.0 : flattened(offset).dot(blendDeltaMapped_);
+        weight = numerator / blendNorm_;
+        lash += weight * blendDelta_;
+    }
+    return weights;
+}
+
+int CKOVAEyelashAligner::apply(const Eigen::Matrix3Xd& head, Eigen::Matrix3Xd& result) const {
+    Eigen::Matrix3Xd lash;
+    fitLash(head, lash);
+    result = applyCorrespondence(eyeball2ue4_, lash);
+    return static_cast<int>(result.cols());
+}
+
+}  // namespace kestrel::meridian
