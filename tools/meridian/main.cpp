@@ -16,7 +16,8 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
-    } catch (const meridian::cli::CommandError& e) {
+    } catch (const std::exception& e) {
+        // CommandError, and a data file refused by the readers' limits.
         std::cerr << "error: " << e.what() << '\n';
         return 1;
     }
