@@ -47,6 +47,12 @@ TEST(InputLimits, ReadersRefuseCountsTheFileCannotBack) {
              km::loadCorrespondence(r, dir.write("a", correspondence(1 << 24, "0 1\n")));
          },
          "element count 16777216 cannot be honest in a file of 59 bytes"},
+        {"count line at the end of the file",
+         [&] {
+             km::Correspondence r;
+             km::loadCorrespondence(r, dir.write("e", "# base 0\n# element count 9999"));
+         },
+         "element count 9999 cannot be honest in a file of 29 bytes"},
         {"count above the limit",
          [&] {
              km::Correspondence r;

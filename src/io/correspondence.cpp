@@ -49,6 +49,8 @@ bool loadCorrespondence(Correspondence& record, const std::string& path) {
         std::cout << "Invalid correspondence file: " << path << std::endl;
         return false;
     }
+    // Measured before reading: a stream that has met its end cannot tell.
+    const int64_t bytes = streamBytes(in);
     std::string line;
     int base = 0;
     int count = 0;
@@ -58,7 +60,7 @@ bool loadCorrespondence(Correspondence& record, const std::string& path) {
     if (count < 0) count = 0;
     // Missing body lines read as zeros, so the count sizes the record: refuse
     // one that the file cannot back before allocating for it.
-    checkDeclaredCount(path, "element count", count, streamBytes(in));
+    checkDeclaredCount(path, "element count", count, bytes);
 
     int extraHeaderLines = 0;
     while (getTextLine(in, line) && line != "# end_header") ++extraHeaderLines;

@@ -52,6 +52,8 @@ PlyMeshData readPly(const std::string& path, int headerLines) {
     std::ifstream in(path);
     if (!in) return mesh;
 
+    // Measured before reading: a stream that has met its end cannot tell.
+    const int64_t bytes = streamBytes(in);
     std::string line;
     std::vector<std::string> tokens;
     Eigen::Index vertexCount = 0;
@@ -65,7 +67,6 @@ PlyMeshData readPly(const std::string& path, int headerLines) {
 
     // Lines the body lacks read as zeros, but a file cannot declare more
     // elements than it has bytes.
-    const int64_t bytes = streamBytes(in);
     checkDeclaredCount(path, "vertex count", vertexCount, bytes);
     checkDeclaredCount(path, "face count", faceCount, bytes);
     mesh.vertices.setZero(3, vertexCount);
