@@ -25,6 +25,9 @@ if(TARGET meridian_cli)
 endif()
 
 # Face-landmark providers (loaded by name at run time) go beside the library.
+if(NOT DEFINED MERIDIAN_PROVIDER_TARGETS)
+  set(MERIDIAN_PROVIDER_TARGETS cv_face libcv_face)
+endif()
 foreach(provider IN LISTS MERIDIAN_PROVIDER_TARGETS)
   if(TARGET ${provider})
     install(TARGETS ${provider}

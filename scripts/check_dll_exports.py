@@ -1,12 +1,14 @@
 #!/usr/bin/python3
 """Checks a DLL's export table against a module-definition (.def) file.
 
-    check_dll_exports.py DLL DEF [--map VERSION_SCRIPT] [--objdump OBJDUMP]
+    check_dll_exports.py DLL DEF [--map VERSION_SCRIPT] [--left-out FILE] [--objdump OBJDUMP]
 
 The DLL must export exactly the names of the .def file. A line
 "alias = target" declares a second name of one entry point: both names must
 resolve to the same address, and names not tied that way must not share one.
 With --map, the global names of the ELF version script must be the same set.
+With --left-out, the names listed in FILE (one per line) belong to tasks the
+build left out: the DLL must not export them (nor aliases of them).
 Exit code 0 when everything matches, 1 with a list of differences otherwise.
 """
 import argparse
@@ -106,19 +108,27 @@ def main():
     parser.add_argument("dll")
     parser.add_argument("definitions")
     parser.add_argument("--map", help="ELF version script that must list the same names")
+    parser.add_argument("--left-out", help="file of exports the build leaves out")
     parser.add_argument("--objdump", default="x86_64-w64-mingw32-objdump")
     args = parser.parse_args()
     text = subprocess.run([args.objdump, "-p", args.dll], check=True, capture_output=True,
                           text=True).stdout
     exported = read_export_table(text)
-    names, aliases = read_def(args.definitions)
+    all_names, aliases = read_def(args.definitions)
+    names = all_names
+    if args.left_out:
+        with open(args.left_out, encoding="utf-8") as listing:
+            left_out = {line.strip() for line in listing
+                        if line.strip() and not line.startswith("#")}
+        names = [n for n in names if n not in left_out and aliases.get(n) not in left_out]
+        aliases = {a: t for a, t in aliases.items() if a in names}
     problems = compare(names, aliases, exported)
     if args.map:
         elf_names = read_version_script(args.map)
         problems += [f"in {args.definitions}, not in {args.map}: {name}"
-                     for name in sorted(set(names) - elf_names)]
+                     for name in sorted(set(all_names) - elf_names)]
         problems += [f"in {args.map}, not in {args.definitions}: {name}"
-                     for name in sorted(elf_names - set(names))]
+                     for name in sorted(elf_names - set(all_names))]
     for problem in problems:
         print(f"{args.dll}: {problem}")
     if not problems:

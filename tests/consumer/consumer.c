@@ -123,8 +123,7 @@ int main(int argc, char** argv) {
     splitOutputs = indexCount(toTemplate);
     check(splitOutputs > 0 && splitOutputs <= MAX_OUTPUT_VERTICES, "general frame count");
     check(AI_get_TBN_g(general, head, generalFrames) == 0, "AI_get_TBN_g");
-    check(generalFrames[0] == 1.0f && generalFrames[splitOutputs - 1] == 1.0f,
-          "general tangents");
+    check(generalFrames[0] == 1.0f && generalFrames[splitOutputs - 1] == 1.0f, "general tangents");
 
     if (argc == 4) {
         writeFloats(argv[3], "swap.f32", swapped, (size_t)(3 * engineVertices));
@@ -138,7 +137,7 @@ int main(int argc, char** argv) {
     check(AI_swap_head(swap, head, swapped, 0) == 0 && swapped[0] == -1.0f, "stale handle");
 
     if (failures) return 1;
-    printf("ok: swap %ld vertices, frames of %d and %ld vertices\n", engineVertices,
-           HEAD_VERTICES, splitOutputs);
+    printf("ok: swap %ld vertices, frames of %d and %ld vertices\n", engineVertices, HEAD_VERTICES,
+           splitOutputs);
     return 0;
 }
