@@ -229,7 +229,7 @@ TEST(EyeAlignerHandles, OneRunFunctionTakesBothAlignerKindsAndNothingElse) {
     EXPECT_EQ(AI_add_eyelash_kova(eyeball, head.data(), out.data(), 0), 1540);
     EXPECT_EQ(AI_add_eyeball_kova(lash, head.data(), out.data(), 0), 188);
     std::fill(out.begin(), out.end(), -7.0f);
-    for (const meridian_handle other : {meridian_handle{0}, converter, frames, eyeball + 1})
+    for (const meridian_handle other : {meridian_handle{0}, converter, frames, frames + 1})
         EXPECT_EQ(AI_add_eyeball_kova(other, head.data(), out.data(), 0), 0);
     EXPECT_EQ(AI_add_eyeball_kova(eyeball, nullptr, out.data(), 0), 0);
     EXPECT_EQ(AI_add_eyeball_kova(eyeball, head.data(), nullptr, 0), 0);

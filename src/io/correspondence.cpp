@@ -3,8 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <stdexcept>
-
+#include "io/input_limits.h"
 #include "io/text_lines.h"
 
 namespace kestrel::meridian {
@@ -14,10 +13,6 @@ namespace {
 // Exactly two header lines between the count line and "# end_header" mark
 // the pair form; any other number the weighted form.
 constexpr int kPairFormExtraHeaderLines = 2;
-
-// Far above any mesh; a larger count is a corrupt file, refused before it
-// can claim gigabytes.
-constexpr int kMaxEntries = 1 << 24;
 
 void parsePairBody(std::istream& in, int count, Correspondence& record) {
     record.targets.assign(count, 0);
@@ -54,6 +49,8 @@ bool loadCorrespondence(Correspondence& record, const std::string& path) {
         std::cout << "Invalid correspondence file: " << path << std::endl;
         return false;
     }
+    // Measured before reading: a stream that has met its end cannot tell.
+    const int64_t bytes = streamBytes(in);
     std::string line;
     int base = 0;
     int count = 0;
@@ -61,8 +58,9 @@ bool loadCorrespondence(Correspondence& record, const std::string& path) {
     line.clear();
     if (getTextLine(in, line)) std::sscanf(line.c_str(), "# element count %d", &count);
     if (count < 0) count = 0;
-    if (count > kMaxEntries)
-        throw std::length_error(path + ": element count " + std::to_string(count) + " too large");
+    // Missing body lines read as zeros, so the count sizes the record: refuse
+    // one that the file cannot back before allocating for it.
+    checkDeclaredCount(path, "element count", count, bytes);
 
     int extraHeaderLines = 0;
     while (getTextLine(in, line) && line != "# end_header") ++extraHeaderLines;

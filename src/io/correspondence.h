@@ -30,8 +30,9 @@ struct Correspondence {
 /// Reads a correspondence file. Returns false (printing "Invalid correspondence
 /// file: <path>") only when the file cannot be opened; then `record` is left
 /// as it was. A malformed header or body is not an error: fields `sscanf`
-/// could not convert stay 0. An element count above 2^24 throws
-/// std::length_error (a corrupt file must not claim gigabytes).
+/// could not convert stay 0, and so do entries past the end of the body. An
+/// element count above 2^24 or above the file's size in bytes throws
+/// InputRefused (a corrupt file must not claim gigabytes).
 bool loadCorrespondence(Correspondence& record, const std::string& path);
 
 /// Reads whitespace-separated doubles into record.vertexWeights until the

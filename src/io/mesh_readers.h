@@ -23,10 +23,14 @@ struct ObjMeshData {
 /// "vn" data lands in the preceding mode, and faces must be triangles). A
 /// face token a/b/c contributes a to the faces and b to the texture faces.
 /// A missing file gives four empty matrices; a kind of record the file does
-/// not have gives an empty (0 by 0) matrix.
+/// not have gives an empty (0 by 0) matrix. A file above 256 MiB, or one
+/// holding more than 2^24 numbers, throws InputRefused (io/input_limits.h)
+/// before its tables are allocated.
 ObjMeshData readObj(const std::string& path);
 
-/// Same as readObj, over text already in memory.
+/// Same as readObj, over text already in memory; `source` names it in the
+/// message of an InputRefused.
+ObjMeshData parseObj(std::string_view text, const std::string& source);
 ObjMeshData parseObj(std::string_view text);
 
 /// What the PLY reader returns.
@@ -38,8 +42,9 @@ struct PlyMeshData {
 
 /// Reads an ASCII PLY whose header has exactly `headerLines` lines (the
 /// header grammar is not parsed: only "element vertex N" and "element face F"
-/// lines among them are read). Lines are split at every single blank. A
-/// missing file gives empty matrices.
+/// lines among them are read). Lines are split at every single blank; lines
+/// the body lacks read as zeros. A missing file gives empty matrices. A count
+/// above 2^24, or above the file's size in bytes, throws InputRefused.
 PlyMeshData readPly(const std::string& path, int headerLines);
 
 /// Counts the header lines of a PLY file up to and including "end_header";

@@ -1,6 +1,7 @@
-// OBJ reader: the whole file is read into memory and tokenised in place;
-// numbers are converted exactly like stream extraction of a float (a fast
-// path for short decimals, std::from_chars for the rest).
+// OBJ reader: the whole file is read into memory and tokenised in place,
+// twice: once to size the tables, once to fill them. Numbers are converted
+// exactly like stream extraction of a float (a fast path for short
+// decimals, std::from_chars for the rest).
 #include <cfloat>
 #include <charconv>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "io/input_limits.h"
 #include "io/mesh_readers.h"
 
 namespace kestrel::meridian {
@@ -92,89 +94,121 @@ float parseFloat(const char* begin, const char* end, const char** stop) {
     return negative ? -value : value;
 }
 
-// A kind of record the file does not have gives an empty (0 by 0) matrix,
-// so "no texture table" is not mistaken for a 2-row one.
-Eigen::MatrixXd toMatrix(const std::vector<float>& values, Eigen::Index rows) {
-    if (values.empty()) return {};
-    const Eigen::Index cols = static_cast<Eigen::Index>(values.size()) / rows;
-    return Eigen::Map<const Eigen::MatrixXf>(values.data(), rows, cols).cast<double>();
+enum class Mode { none, vertex, texture, face };
+
+// Walks the tokens of an OBJ text: "v", "vt" and "f" switch the mode, every
+// other token after the first keyword is data of the current mode and goes
+// to `data(mode, begin, end)`.
+template <typename Data>
+void forEachDataToken(std::string_view text, Data&& data) {
+    Mode mode = Mode::none;
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (true) {
+        while (p < end && isSpace(*p)) ++p;
+        if (p == end) return;
+        const char* const token = p;
+        while (p < end && !isSpace(*p)) ++p;
+        const size_t length = static_cast<size_t>(p - token);
+        if (length == 1 && token[0] == 'v')
+            mode = Mode::vertex;
+        else if (length == 2 && token[0] == 'v' && token[1] == 't')
+            mode = Mode::texture;
+        else if (length == 1 && token[0] == 'f')
+            mode = Mode::face;
+        else if (mode != Mode::none)
+            data(mode, token, p);
+    }
 }
+
+// Numbers of each table: v, vt, f corners and the texture entries of
+// corners written a/b.
+struct TableSizes {
+    int64_t vertex = 0, texture = 0, face = 0, textureFace = 0;
+    int64_t total() const { return vertex + texture + face + textureFace; }
+};
+
+// A table of `count` numbers, `rows` per column; a kind of record the file
+// does not have gives an empty (0 by 0) matrix, so "no texture table" is not
+// mistaken for a 2-row one. An incomplete last group is dropped.
+Eigen::MatrixXd tableFor(int64_t count, Eigen::Index rows) {
+    if (count == 0) return {};
+    return Eigen::MatrixXd(rows, static_cast<Eigen::Index>(count) / rows);
+}
+
+// Appends to a table's storage, ignoring what lies past its whole columns.
+struct TableFill {
+    explicit TableFill(Eigen::MatrixXd& table) : next(table.data()), end(next + table.size()) {}
+    void push(float value) {
+        if (next != end) *next++ = value;
+    }
+    double* next;
+    double* end;
+};
 
 }  // namespace
 
-ObjMeshData parseObj(std::string_view text) {
-    enum class Mode { none, vertex, texture, face };
-    Mode mode = Mode::none;
-    std::vector<float> vertices, texcoords, faces, textureFaces;
-    // About 30 bytes per number group keeps reallocation rare.
-    vertices.reserve(text.size() / 30);
-    texcoords.reserve(text.size() / 60);
-    faces.reserve(text.size() / 10);
-    textureFaces.reserve(text.size() / 10);
-
-    const char* p = text.data();
-    const char* const end = p + text.size();
-    const char* stop = nullptr;
-    while (true) {
-        while (p < end && isSpace(*p)) ++p;
-        if (p == end) break;
-        const char* const token = p;
-        // Numbers never start with 'v' or 'f', so other tokens skip the
-        // keyword test and are scanned only once, by the conversion.
-        if (*token == 'v' || *token == 'f' || mode == Mode::none) {
-            while (p < end && !isSpace(*p)) ++p;
-            const size_t length = static_cast<size_t>(p - token);
-            if (length == 1 && token[0] == 'v') {
-                mode = Mode::vertex;
-                continue;
-            }
-            if (length == 2 && token[0] == 'v' && token[1] == 't') {
-                mode = Mode::texture;
-                continue;
-            }
-            if (length == 1 && token[0] == 'f') {
-                mode = Mode::face;
-                continue;
-            }
-            if (mode == Mode::none) continue;
-            p = token;
-        }
-        const float value = parseFloat(p, end, &stop);
-        p = stop;
-        if (mode == Mode::face) {
-            while (p < end && !isSpace(*p) && *p != '/') ++p;
-            faces.push_back(value);
-            if (p < end && *p == '/') {
-                textureFaces.push_back(parseFloat(p + 1, end, &stop));
-                p = stop;
-            }
-        } else {
-            (mode == Mode::vertex ? vertices : texcoords).push_back(value);
-        }
-        while (p < end && !isSpace(*p)) ++p;
-    }
+ObjMeshData parseObj(std::string_view text, const std::string& source) {
+    // First pass: count, so that every table is allocated once at its final
+    // size and a text with too many numbers is refused before allocating.
+    TableSizes sizes;
+    forEachDataToken(text, [&](Mode mode, const char* token, const char* end) {
+        if (mode == Mode::vertex) ++sizes.vertex;
+        if (mode == Mode::texture) ++sizes.texture;
+        if (mode != Mode::face) return;
+        ++sizes.face;
+        if (std::memchr(token, '/', static_cast<size_t>(end - token))) ++sizes.textureFace;
+    });
+    if (sizes.total() > kMaxObjNumbers)
+        throw InputRefused(source + ": " + std::to_string(sizes.total()) +
+                           " numbers, above the limit of " + std::to_string(kMaxObjNumbers));
 
     ObjMeshData mesh;
-    mesh.vertices = toMatrix(vertices, 3);
-    mesh.texcoords = toMatrix(texcoords, 2);
-    mesh.faces = toMatrix(faces, 3);
-    mesh.textureFaces = toMatrix(textureFaces, 3);
+    mesh.vertices = tableFor(sizes.vertex, 3);
+    mesh.texcoords = tableFor(sizes.texture, 2);
+    mesh.faces = tableFor(sizes.face, 3);
+    mesh.textureFaces = tableFor(sizes.textureFace, 3);
+    // Token 3k + r of a mode is row r of column k: column-major order.
+    TableFill vertices(mesh.vertices), texcoords(mesh.texcoords), faces(mesh.faces),
+        textureFaces(mesh.textureFaces);
+    const char* stop = nullptr;
+    forEachDataToken(text, [&](Mode mode, const char* token, const char* end) {
+        const float value = parseFloat(token, end, &stop);
+        if (mode == Mode::vertex) return vertices.push(value);
+        if (mode == Mode::texture) return texcoords.push(value);
+        // A face corner a/b/c: a is the vertex, b (the number after the
+        // first '/') the texture entry.
+        faces.push(value);
+        if (const void* slash = std::memchr(stop, '/', static_cast<size_t>(end - stop)))
+            textureFaces.push(parseFloat(static_cast<const char*>(slash) + 1, end, &stop));
+    });
     return mesh;
+}
+
+ObjMeshData parseObj(std::string_view text) {
+    return parseObj(text, "OBJ text");
 }
 
 ObjMeshData readObj(const std::string& path) {
     std::string text;
     if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
+        const auto close = [file] { std::fclose(file); };
         if (std::fseek(file, 0, SEEK_END) == 0) {
             const long size = std::ftell(file);
+            if (size > kMaxObjFileBytes) {
+                close();
+                throw InputRefused(path + ": " + std::to_string(size) +
+                                   " bytes, above the limit of " +
+                                   std::to_string(kMaxObjFileBytes) + " for an OBJ");
+            }
             if (size > 0 && std::fseek(file, 0, SEEK_SET) == 0) {
                 text.resize(static_cast<size_t>(size));
                 text.resize(std::fread(text.data(), 1, text.size(), file));
             }
         }
-        std::fclose(file);
+        close();
     }
-    return parseObj(text);
+    return parseObj(text, path);
 }
 
 }  // namespace kestrel::meridian

@@ -3,19 +3,16 @@
 // them.
 #include <cstdlib>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "io/input_limits.h"
 #include "io/mesh_readers.h"
 #include "io/text_lines.h"
 
 namespace kestrel::meridian {
 
 namespace {
-
-// Far above any mesh; a larger count is a corrupt file.
-constexpr double kMaxElements = 1 << 24;
 
 // Splits at every single blank: two blanks in a row give an empty token.
 void splitAtBlanks(const std::string& line, std::vector<std::string>& tokens) {
@@ -34,11 +31,14 @@ double toDouble(const std::string& token) {
     return std::strtod(token.c_str(), nullptr);
 }
 
+// A count line's number; anything above the limit (however large) is
+// refused here, before it is converted to an integer.
 Eigen::Index elementCount(const std::string& token, const std::string& path) {
     const double count = toDouble(token);
     if (!(count >= 0.0)) return 0;
-    if (count > kMaxElements)
-        throw std::length_error(path + ": element count " + token + " too large");
+    if (count > static_cast<double>(kMaxDeclaredElements))
+        throw InputRefused(path + ": element count " + token + " is above the limit of " +
+                           std::to_string(kMaxDeclaredElements));
     return static_cast<Eigen::Index>(count);
 }
 
@@ -52,6 +52,8 @@ PlyMeshData readPly(const std::string& path, int headerLines) {
     std::ifstream in(path);
     if (!in) return mesh;
 
+    // Measured before reading: a stream that has met its end cannot tell.
+    const int64_t bytes = streamBytes(in);
     std::string line;
     std::vector<std::string> tokens;
     Eigen::Index vertexCount = 0;
@@ -63,6 +65,10 @@ PlyMeshData readPly(const std::string& path, int headerLines) {
         if (tokens[1] == "face") faceCount = elementCount(tokens[2], path);
     }
 
+    // Lines the body lacks read as zeros, but a file cannot declare more
+    // elements than it has bytes.
+    checkDeclaredCount(path, "vertex count", vertexCount, bytes);
+    checkDeclaredCount(path, "face count", faceCount, bytes);
     mesh.vertices.setZero(3, vertexCount);
     mesh.extra.setZero(3, vertexCount);
     mesh.faces.setZero(3, faceCount);

@@ -9,8 +9,6 @@ void addDemoCommand(CLI::App& app);
 void addSwapCommand(CLI::App& app);
 void addTbnCommand(CLI::App& app);
 void addEyesCommand(CLI::App& app);
-#if defined(MERIDIAN_WITH_RGBD)
 void addRgbdCommands(CLI::App& app);
-#endif
 
 }  // namespace meridian::cli

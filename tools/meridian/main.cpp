@@ -13,14 +13,13 @@ int main(int argc, char** argv) {
     meridian::cli::addSwapCommand(app);
     meridian::cli::addTbnCommand(app);
     meridian::cli::addEyesCommand(app);
-#if defined(MERIDIAN_WITH_RGBD)
     meridian::cli::addRgbdCommands(app);
-#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
-    } catch (const meridian::cli::CommandError& e) {
+    } catch (const std::exception& e) {
+        // CommandError, and a data file refused by the readers' limits.
         std::cerr << "error: " << e.what() << '\n';
         return 1;
     }

@@ -1,0 +1,21 @@
+"""Meridian from Python: the library's tasks on numpy arrays.
+
+Vertices go in as (N, 3) arrays (converted to float32) and results come out
+as float32 arrays of the same form. A failure the library reports raises
+MeridianError carrying the message it printed. Engines are closed by
+close() or a `with` block; see _engine for how that maps onto the library,
+which frees engines only all at once.
+
+The library is found through MERIDIAN_LIBRARY (a file path), then beside
+this package, then where `cmake --install` put it, then on the system's
+library path.
+"""
+from ._engine import TEMPLATE_VERTICES, MeridianError, release_all
+from ._library import library_path
+from .headswap import HeadSwap
+from .tangent_frames import FixedTangentFrames, GeneralTangentFrames, TangentFrames
+
+__all__ = [
+    "TEMPLATE_VERTICES", "MeridianError", "release_all", "library_path", "HeadSwap",
+    "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames",
+]

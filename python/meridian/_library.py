@@ -1,0 +1,113 @@
+"""Finding and loading the shared library, and the C signatures of its exports."""
+import contextlib
+import ctypes
+import ctypes.util
+import os
+import sys
+import tempfile
+import threading
+
+_NAMES = ("meridian.dll",) if sys.platform == "win32" else ("libmeridian.so.0", "libmeridian.so")
+
+# Every call into the library holds this lock: calls of one kind must not
+# overlap, and the engines' lifetime bookkeeping goes with them.
+lock = threading.RLock()
+
+_library = None
+_library_path = None
+
+
+def _candidates():
+    """Where the library is looked for, in order."""
+    explicit = os.environ.get("MERIDIAN_LIBRARY")
+    if explicit:
+        yield explicit
+        return
+    here = os.path.dirname(os.path.abspath(__file__))
+    for name in _NAMES:
+        yield os.path.join(here, name)
+    try:
+        from . import _installed  # written by cmake --install
+        for name in _NAMES:
+            yield os.path.normpath(os.path.join(here, _installed.LIBRARY_DIR, name))
+    except ImportError:
+        pass
+    found = ctypes.util.find_library("meridian")
+    if found:
+        yield found
+    yield from _NAMES  # the system loader's own search path
+
+
+def library_path():
+    """The file the package loaded the library from (loading it if needed)."""
+    load()
+    return _library_path
+
+
+def load():
+    """The loaded library with its export signatures."""
+    global _library, _library_path
+    with lock:
+        if _library is not None:
+            return _library
+        tried = []
+        for candidate in _candidates():
+            if os.path.isabs(candidate) and not os.path.exists(candidate):
+                tried.append(candidate)
+                continue
+            try:
+                library = ctypes.CDLL(candidate)
+            except OSError as error:
+                tried.append(f"{candidate} ({error})")
+                continue
+            _declare(library)
+            _library, _library_path = library, getattr(library, "_name", candidate)
+            return library
+        raise OSError("cannot find the meridian library; set MERIDIAN_LIBRARY to its path. "
+                      "Tried: " + "; ".join(tried))
+
+
+def _declare(lib):
+    handle = ctypes.c_uint64
+    floats = ctypes.POINTER(ctypes.c_float)
+    ints = ctypes.POINTER(ctypes.c_int)
+    text = ctypes.c_char_p
+    signatures = {
+        "AI_system_over": (ctypes.c_int, []),
+        "AI_system_init_swaphead": (handle, [text]),
+        "AI_swap_head": (ctypes.c_int32, [handle, floats, floats, ctypes.c_int64]),
+        "AI_system_init_TBN": (ctypes.c_int32, [text]),
+        "AI_system_init_TBN_g": (handle, [text, ints, ctypes.c_uint, ints, ctypes.c_uint]),
+        "AI_system_init_TBN_g2": (handle, [text, text, text]),
+        "AI_get_TBN": (ctypes.c_int32, [floats, floats]),
+        "AI_get_TBN_g": (ctypes.c_int32, [handle, floats, floats]),
+    }
+    for name, (result, arguments) in signatures.items():
+        function = getattr(lib, name)
+        function.restype = result
+        function.argtypes = arguments
+
+
+def _flush_c_stdout():
+    if sys.platform != "win32":
+        ctypes.CDLL(None).fflush(None)
+
+
+@contextlib.contextmanager
+def captured_stdout():
+    """Collects what the library prints to standard output (file descriptor
+    1) while the block runs; the text is in the yielded list afterwards."""
+    sys.stdout.flush()
+    _flush_c_stdout()
+    collected = []
+    saved = os.dup(1)
+    with tempfile.TemporaryFile() as sink:
+        os.dup2(sink.fileno(), 1)
+        try:
+            yield collected
+        finally:
+            _flush_c_stdout()
+            os.dup2(saved, 1)
+            os.close(saved)
+            sink.seek(0)
+            collected.append(sink.read().decode("utf-8", errors="replace"))

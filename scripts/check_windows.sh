@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Cross-builds meridian.dll for 64-bit Windows with
+# Debian's mingw-w64, then checks the DLL's export table against
+# cmake/meridian.def (and the .def file's names against the ELF version
+# script cmake/meridian.map). The checker itself is first tried on a small probe DLL
+# with an alias, so an alias that lands on its own address would be caught.
+#   MERIDIAN_WINDOWS_BUILD_DIR  build directory (default: build-windows)
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+build="${MERIDIAN_WINDOWS_BUILD_DIR:-$root/build-windows}"
+triple=x86_64-w64-mingw32
+check="/usr/bin/python3 $root/scripts/check_dll_exports.py --objdump $triple-objdump"
+
+probe="$build/export-probe"
+mkdir -p "$probe"
+cat >"$probe/probe.c" <<'EOF'
+__declspec(dllexport) int probe_one(void) { return 1; }
+__declspec(dllexport) int probe_two(void) { return 2; }
+EOF
+printf 'LIBRARY probe\nEXPORTS\n    probe_one\n    probe_two\n    probe_alias = probe_one\n' \
+  >"$probe/probe.def"
+printf 'LIBRARY probe\nEXPORTS\n    probe_one\n    probe_two = probe_one\n    probe_alias = probe_one\n' \
+  >"$probe/wrong.def"
+$triple-gcc -shared -O2 -o "$probe/probe.dll" "$probe/probe.c" "$probe/probe.def"
+$check "$probe/probe.dll" "$probe/probe.def"
+if $check "$probe/probe.dll" "$probe/wrong.def" >/dev/null; then
+  echo "the export check accepted two distinct functions as one entry point"
+  exit 1
+fi
+
+cmake -S "$root" -B "$build" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/mingw-w64-x86_64.cmake" \
+  -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" -j"$(nproc)"
+# The cross-build has no OpenCV: the exports of the tasks that need it are
+# left out of the DLL.
+$check "$build/bin/meridian.dll" "$root/cmake/meridian.def" --map "$root/cmake/meridian.map" \
+  --left-out "$root/cmake/meridian_opencv_exports.txt"
+# Nothing to ship beside the DLL but the system's own.
+$triple-objdump -p "$build/bin/meridian.dll" | awk '/DLL Name:/ { print "imports " $3 }'
