@@ -7,6 +7,7 @@
 class TBNEngineGeneral;
 
 namespace kestrel::meridian {
+class CBlendshapeEngine;
 class CHeadConverter;
 class TBNEngineStd;
 }  // namespace kestrel::meridian
@@ -16,5 +17,8 @@ namespace kestrel::meridian::api {
 Registry<CHeadConverter>& headConverters();
 Registry<TBNEngineGeneral>& tangentFrameEngines();
 Singleton<TBNEngineStd>& fixedTangentFrameEngine();
+Singleton<CBlendshapeEngine>& blendshapeEngine();
+/// The 16-bit word kept beside the blendshape engine (0 after init).
+Singleton<uint16_t>& blendshapeFlagWord();
 
 }  // namespace kestrel::meridian::api

@@ -1,5 +1,6 @@
 // Ownership of every engine and AI_system_over.
 #include "api/engines.h"
+#include "blendshape/blendshape_engine.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
 #include "tbn/tbn_engine_general.h"
@@ -22,6 +23,16 @@ Singleton<TBNEngineStd>& fixedTangentFrameEngine() {
     return engine;
 }
 
+Singleton<CBlendshapeEngine>& blendshapeEngine() {
+    static Singleton<CBlendshapeEngine> engine;
+    return engine;
+}
+
+Singleton<uint16_t>& blendshapeFlagWord() {
+    static Singleton<uint16_t> word;
+    return word;
+}
+
 }  // namespace kestrel::meridian::api
 
 using namespace kestrel::meridian::api;
@@ -29,6 +40,8 @@ using namespace kestrel::meridian::api;
 extern "C" MERIDIAN_API int AI_system_over(void) {
     // Singletons first, then the registries, in this order.
     fixedTangentFrameEngine().reset();
+    blendshapeEngine().reset();
+    blendshapeFlagWord().reset();
     tangentFrameEngines().clear();
     headConverters().clear();
     return 1;

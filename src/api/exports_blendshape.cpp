@@ -1,0 +1,53 @@
+// Blendshape exports: one process-wide engine (no handle) and its flag word.
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "api/engines.h"
+#include "blendshape/blendshape_engine.h"
+#include "meridian/meridian.h"
+
+using kestrel::meridian::CBlendshapeEngine;
+using kestrel::meridian::blendshape::LoadError;
+using namespace kestrel::meridian::api;
+
+namespace {
+
+/// Loads the engine. A missing file keeps its legacy contract, and a short
+/// one is treated the same way (a partly read model must never produce
+/// shapes): the message, then the whole process ends with -1. Anything else
+/// that is wrong leaves no engine. Called so that nothing it allocated is
+/// alive when the process ends.
+std::unique_ptr<CBlendshapeEngine> loadOrExit(const std::string& modelDir) {
+    LoadError error;
+    std::unique_ptr<CBlendshapeEngine> engine =
+        CBlendshapeEngine::load(modelDir, error, &std::cout);
+    if (engine) return engine;
+    std::cout << error.message << std::endl;
+    if (error.kind != LoadError::Kind::badContent) std::exit(-1);
+    return nullptr;
+}
+
+}  // namespace
+
+extern "C" MERIDIAN_API int64_t AI_system_initDynamic_BS(const char* model_dir) {
+    if (model_dir == nullptr) return 0;
+    return guarded<int64_t>(0, [&]() -> int64_t {
+        std::unique_ptr<CBlendshapeEngine> engine = loadOrExit(std::string(model_dir));
+        const bool loaded = engine != nullptr;
+        blendshapeEngine().replace(std::move(engine));
+        blendshapeFlagWord().replace(std::make_unique<uint16_t>(0));
+        return loaded ? 1 : 0;
+    });
+}
+
+extern "C" MERIDIAN_API int64_t AI_get_BS(const float* head_vertices, float* bs_out) {
+    if (head_vertices == nullptr || bs_out == nullptr) return 0;
+    return guarded<int64_t>(0, [&]() -> int64_t {
+        const CBlendshapeEngine* engine = blendshapeEngine().get();
+        if (engine == nullptr) return 0;
+        engine->generate(head_vertices, bs_out);
+        return 1;
+    });
+}
