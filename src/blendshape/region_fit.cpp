@@ -6,6 +6,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "blendshape/row_kernels.h"
+
 namespace kestrel::meridian::blendshape {
 
 namespace {
@@ -112,7 +114,8 @@ Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>
     }
     const Index row = 3 * anchorRow_;
     residual.segment<3>(row) += r.w0 * (anchorTarget - meanRows_.segment<3>(row));
-    const Eigen::VectorXd rhs = rows(0, 3 * constraintVertices_).transpose() * residual;
+    Eigen::VectorXd rhs(components_);
+    weightedRowSum(basisRows_, residual.size(), components_, residual.data(), rhs.data());
     return system_.solve(rhs);
 }
 
@@ -121,8 +124,9 @@ void RegionFit::deform(const Eigen::Ref<const Eigen::Matrix3Xd>& face,
     const Eigen::VectorXd c = coefficients(face);
     // The constraint rows were just read for the right-hand side and are
     // likely still cached, so they are reconstructed first.
-    const Index rowCount = 3 * static_cast<Index>(rowVertices_.size());
-    const Eigen::VectorXd surface = meanRows_ + rows(0, rowCount) * c;
+    Eigen::VectorXd surface(meanRows_.size());
+    multiplyRows(basisRows_, surface.size(), components_, c.data(), surface.data());
+    surface += meanRows_;
     out.resize(3, static_cast<Index>(outputVertices_.size()));
     for (int row : allRow_) out.col(outputOfRow_[row]) = surface.segment<3>(3 * row);
     for (size_t j = 0; j < region_.fixed.size(); ++j) {

@@ -28,7 +28,7 @@ constexpr double kFrontLimitY = 18.0;
 
 /// Standard deviation of component j: a smoothly falling spectrum.
 double sigmaOf(Index j) {
-    return 400.0 * std::pow(static_cast<double>(j) + 1.0, -0.6);
+    return 400.0 * std::pow(static_cast<double>(j) + 1.0, -1.0);
 }
 
 /// A displacement field that is zero away from a few vertices.

@@ -8,5 +8,6 @@ namespace meridian::cli {
 void addDemoCommand(CLI::App& app);
 void addSwapCommand(CLI::App& app);
 void addTbnCommand(CLI::App& app);
+void addBlendshapesCommand(CLI::App& app);
 
 }  // namespace meridian::cli

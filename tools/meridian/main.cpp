@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);
     meridian::cli::addTbnCommand(app);
+    meridian::cli::addBlendshapesCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
