@@ -14,3 +14,4 @@ mkdir -p "$out"
 "$meridian" swap --model "$model" --in "$model/sample_head.obj" --out "$out/head_ue4.obj"
 "$meridian" tbn --model "$model" --in "$model/sample_head.obj" --out "$out/frames.ply" \
   --preview "$out/normals.png"
+"$meridian" blendshapes --model "$model" --in "$model/sample_head.obj" --out-dir "$out/blendshapes"

@@ -68,8 +68,8 @@ void writeZeroBackend(const std::string& modelDir) {
     auto write = [&](const fs::path& path, const bs::MatrixFileSpec& spec, double value) {
         fs::create_directories(path.parent_path());
         const std::vector<double> values(static_cast<size_t>(spec.rows) * spec.cols, value);
-        ASSERT_TRUE(kestrel::meridian::writeMatrixFile(path.string(), spec.rows, spec.cols,
-                                                       values.data()));
+        ASSERT_TRUE(
+            kestrel::meridian::writeMatrixFile(path.string(), spec.rows, spec.cols, values.data()));
     };
     for (int f = 0; f < bs::kBackendFileCount; ++f) {
         const bs::MatrixFileSpec& spec = bs::kBackendFiles[f];
@@ -138,7 +138,8 @@ TEST(BlendshapeInit, RefusesIndicesOfNoVertexWithAMessageAndNoEngine) {
         {"up_r_1_c_18518.bin", 0, -1.0,
          bs + "up_r_1_c_18518.bin: entry 0 names head vertex -1, outside 0..20480"},
         {"mask/nose/idx_fix_r_1_c_657.bin", 656, 18518.0,
-         bs + "mask/nose/idx_fix_r_1_c_657.bin: entry 656 names face vertex 18518, outside 0..18517"},
+         bs + "mask/nose/idx_fix_r_1_c_657.bin: entry 656 names face vertex 18518, outside "
+              "0..18517"},
         {"zf_all_face_V9_500_sigma_r_500_c_1.bin", 3, 0.0,
          bs + "zf_all_face_V9_500_sigma_r_500_c_1.bin: entry 3 is 0, not a positive standard "
               "deviation"},
@@ -154,7 +155,8 @@ TEST(BlendshapeInit, RefusesIndicesOfNoVertexWithAMessageAndNoEngine) {
         EXPECT_EQ(result, 0);
         EXPECT_EQ(output, "init backend datas" + model.str() + "\n" + c.says + "\n");
         EXPECT_EQ(AI_get_BS(head.data(), out.data()), 0);
-        setEntry(model.str(), c.file, c.entry, c.file.find("sigma") != std::string::npos ? 1.0 : 0.0);
+        setEntry(model.str(), c.file, c.entry,
+                 c.file.find("sigma") != std::string::npos ? 1.0 : 0.0);
     }
     for (float v : out) ASSERT_EQ(v, 5.0f) << "a refused call wrote output";
     AI_system_over();

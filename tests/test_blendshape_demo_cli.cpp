@@ -24,7 +24,8 @@ std::pair<int, int> pngSize(const std::string& bytes) {
     if (bytes.size() < 24 || bytes.compare(1, 3, "PNG") != 0) return {0, 0};
     auto word = [&](size_t at) {
         int value = 0;
-        for (size_t i = at; i < at + 4; ++i) value = value * 256 + static_cast<unsigned char>(bytes[i]);
+        for (size_t i = at; i < at + 4; ++i)
+            value = value * 256 + static_cast<unsigned char>(bytes[i]);
         return value;
     };
     return {word(16), word(20)};
@@ -50,7 +51,8 @@ TEST(BlendshapeDemoCli, WritesTheSixShapesAsMeshesAndAPicture) {
     EXPECT_EQ(neutral.texcoords.rows(), 2);
     const std::vector<int>& faceList = meridian::demo::faceVertexList();
     for (int r = 0; r < bs::kRegionCount; ++r) {
-        const std::string name = "shapes/bs_" + std::to_string(r + 1) + "_" + bs::kRegions[r].name + ".obj";
+        const std::string name =
+            "shapes/bs_" + std::to_string(r + 1) + "_" + bs::kRegions[r].name + ".obj";
         const auto shape = kestrel::meridian::readObj(out.file(name));
         ASSERT_EQ(shape.vertices.cols(), sample.cols()) << name;
         EXPECT_EQ(shape.faces, neutral.faces) << name;

@@ -51,9 +51,8 @@ bs::RegionRecord toRecord(const RegionDefinition& region) {
     record.all = Eigen::Map<const Eigen::VectorXi>(region.all.data(), region.all.size())
                      .cast<double>()
                      .transpose();
-    record.fixed = Eigen::Map<const Eigen::VectorXi>(region.fixed.data(), count)
-                       .cast<double>()
-                       .transpose();
+    record.fixed =
+        Eigen::Map<const Eigen::VectorXi>(region.fixed.data(), count).cast<double>().transpose();
     record.weights = MatrixXd::Zero(3, count);
     for (Index j = 0; j < count; ++j) record.weights(0, j) = region.fixedWeights[j];
     record.fixedWithAnchor.resize(1, count + 1);
@@ -108,12 +107,12 @@ TEST(BlendshapeRegionFit, MatchesTheClosedFormOnACoordinateBasis) {
     const Vector3d fitted5 = fitted(5, region.w1, face.col(5));
 
     Matrix3Xd expected = face;
-    expected.col(0) = face.col(0);                                   // weight 0: the input
-    expected.col(1) = 0.25 * fitted1 + 0.75 * face.col(1);           // the later weight
-    expected.col(2) = mu(2);                                         // unconstrained: the mean
-    expected.col(3) = fitted(3, region.w0, pushed);                  // the anchor
+    expected.col(0) = face.col(0);                          // weight 0: the input
+    expected.col(1) = 0.25 * fitted1 + 0.75 * face.col(1);  // the later weight
+    expected.col(2) = mu(2);                                // unconstrained: the mean
+    expected.col(3) = fitted(3, region.w0, pushed);         // the anchor
     expected.col(4) = mu(4);
-    expected.col(5) = fitted5;                                       // weight 1: the fit
+    expected.col(5) = fitted5;  // weight 1: the fit
     EXPECT_LT((deformedFace(fit, face) - expected).cwiseAbs().maxCoeff(), 1e-12);
     EXPECT_EQ(fit.outputVertices(), (std::vector<int>{1, 2, 3, 4, 0, 5}));
     EXPECT_NEAR(fit.coefficients(face)(0), (fitted0 - mu(0))(0), 1e-12);
@@ -143,7 +142,8 @@ TEST(BlendshapeRegionFit, AgreesWithTheNormalEquationsSolvedPerCall) {
     VectorXd sigma(k), mean = Eigen::Map<const VectorXd>(points.data(), 3 * n);
     for (int j = 0; j < k; ++j) sigma(j) = 50.0 / (1.0 + j);
     Matrix3Xd face = points;
-    for (int v = 0; v < n; ++v) face.col(v) += 0.3 * Vector3d(normal(rng), normal(rng), normal(rng));
+    for (int v = 0; v < n; ++v)
+        face.col(v) += 0.3 * Vector3d(normal(rng), normal(rng), normal(rng));
 
     std::vector<int> nearest(n);
     std::iota(nearest.begin(), nearest.end(), 0);
@@ -168,7 +168,8 @@ TEST(BlendshapeRegionFit, AgreesWithTheNormalEquationsSolvedPerCall) {
         const RegionFit fit(region, rows.data(), k, mean, sigma);
         const auto literal = bs::literal::deformRegion(basis, mean, sigma, face, toRecord(region));
         const double scale = literal.deformed.cwiseAbs().maxCoeff();
-        EXPECT_LT((deformedFace(fit, face) - literal.deformed).cwiseAbs().maxCoeff(), 1e-10 * scale);
+        EXPECT_LT((deformedFace(fit, face) - literal.deformed).cwiseAbs().maxCoeff(),
+                  1e-10 * scale);
         EXPECT_LT((fit.coefficients(face) - literal.coefficients).norm(),
                   1e-9 * literal.coefficients.norm());
     }
@@ -265,8 +266,9 @@ TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
         int anchor;
         double w2, w3;
     };
-    for (const Case& c : {Case{"nose", 114, 1.0, 1.1}, Case{"nose, ear weights", 114, 1e4, 1.05},
-                          Case{"cheek", cheek, 1.0, 1.1}, Case{"cheek, ear weights", cheek, 1e4, 1.05}}) {
+    for (const Case& c :
+         {Case{"nose", 114, 1.0, 1.1}, Case{"nose, ear weights", 114, 1e4, 1.05},
+          Case{"cheek", cheek, 1.0, 1.1}, Case{"cheek, ear weights", cheek, 1e4, 1.05}}) {
         SCOPED_TRACE(c.name);
         RegionDefinition region = ballRegion(face, c.anchor, 600, 60);
         region.w0 = region.w1 = 1e6;
@@ -291,8 +293,8 @@ TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
         const VectorXd c0 = fit.coefficients(face);
         for (size_t j = 0; j < region.fixed.size(); ++j) {
             const int q = region.fixed[j];
-            const Vector3d surface = model.mean.col(0).segment<3>(3 * q) +
-                                     model.basis.middleRows<3>(3 * q) * c0;
+            const Vector3d surface =
+                model.mean.col(0).segment<3>(3 * q) + model.basis.middleRows<3>(3 * q) * c0;
             EXPECT_LT((surface - face.col(q)).norm(), 0.1 * push.norm()) << "border vertex " << q;
             if (region.fixedWeights[j] == 0.0) {
                 EXPECT_EQ(moved.col(q).norm(), 0.0);
@@ -337,9 +339,8 @@ TEST(BlendshapeBasisStore, KeepsEveryRowOnceAndEachRegionContiguous) {
         EXPECT_EQ(Eigen::Map<const Eigen::RowVectorXd>(store.row(r), cols), file.row(r));
     for (size_t b = 0; b < regions.size(); ++b)
         for (size_t i = 0; i < regions[b].size(); ++i)
-            EXPECT_EQ(Eigen::Map<const RowMajorMatrixXd>(store.block(static_cast<int>(b)) +
-                                                             3 * i * cols,
-                                                         3, cols),
+            EXPECT_EQ(Eigen::Map<const RowMajorMatrixXd>(
+                          store.block(static_cast<int>(b)) + 3 * i * cols, 3, cols),
                       file.middleRows<3>(3 * regions[b][i]));
 
     bs::RegionBasisStore tooLong(3 * vertices + 3, cols, regions);

@@ -14,9 +14,16 @@
 namespace {
 
 const std::set<std::string> kExports = {
-    "AI_system_over",       "AI_system_init_swaphead", "AI_swap_head", "AI_system_init_TBN",
-    "AI_system_init_TBN_g", "AI_system_init_TBN_g2",   "AI_get_TBN",   "AI_get_TBN_g",
-    "AI_system_initDynamic_BS", "AI_get_BS",
+    "AI_system_over",
+    "AI_system_init_swaphead",
+    "AI_swap_head",
+    "AI_system_init_TBN",
+    "AI_system_init_TBN_g",
+    "AI_system_init_TBN_g2",
+    "AI_get_TBN",
+    "AI_get_TBN_g",
+    "AI_system_initDynamic_BS",
+    "AI_get_BS",
 };
 
 // Names of the defined global and weak symbols in an ELF64 file's dynamic

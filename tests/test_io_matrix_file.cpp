@@ -99,11 +99,10 @@ TEST(MatrixFile, ReportsFailuresWithoutReadingPastTheData) {
         EXPECT_EQ(kept, Eigen::MatrixXd::Constant(2, 2, 7.0)) << "failed read changed the matrix";
         EXPECT_EQ(checkMatrixFile(c.path, c.rows, c.cols), c.status);
         bool called = false;
-        EXPECT_EQ(readMatrixFileRows(c.path, c.rows, c.cols,
-                                     [&](Eigen::Index, Eigen::Index, const double*) {
-                                         called = true;
-                                     }),
-                  c.status);
+        EXPECT_EQ(
+            readMatrixFileRows(c.path, c.rows, c.cols,
+                               [&](Eigen::Index, Eigen::Index, const double*) { called = true; }),
+            c.status);
         EXPECT_FALSE(called) << "rows passed on from a bad file";
         EXPECT_EQ(matrixFileMessage(c.status, c.path, c.rows, c.cols), c.message);
     }
@@ -129,6 +128,17 @@ TEST(MatrixFile, StreamsLargeFilesInOrderedBlocksOfWholeRows) {
               MatrixFileStatus::ok);
     EXPECT_GT(blocks, 1);
     EXPECT_EQ(seen, values);
+    // A range of rows, as readers that share a file take it.
+    std::vector<double> part;
+    ASSERT_EQ(readMatrixFileRows(
+                  dir.file("big.bin"), rows, cols,
+                  [&](Eigen::Index first, Eigen::Index count, const double* block) {
+                      EXPECT_GE(first, 500);
+                      part.insert(part.end(), block, block + count * cols);
+                  },
+                  500, 300),
+              MatrixFileStatus::ok);
+    EXPECT_EQ(part, std::vector<double>(values.begin() + 500 * cols, values.begin() + 800 * cols));
     Eigen::MatrixXd m;
     ASSERT_EQ(readMatrixFile(dir.file("big.bin"), rows, cols, m), MatrixFileStatus::ok);
     EXPECT_EQ(m(0, 1), values[1]);

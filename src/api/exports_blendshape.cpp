@@ -34,6 +34,9 @@ std::unique_ptr<CBlendshapeEngine> loadOrExit(const std::string& modelDir) {
 extern "C" MERIDIAN_API int64_t AI_system_initDynamic_BS(const char* model_dir) {
     if (model_dir == nullptr) return 0;
     return guarded<int64_t>(0, [&]() -> int64_t {
+        // The previous engine is replaced first, so an init that fails in
+        // any way leaves none.
+        blendshapeEngine().replace(nullptr);
         std::unique_ptr<CBlendshapeEngine> engine = loadOrExit(std::string(model_dir));
         const bool loaded = engine != nullptr;
         blendshapeEngine().replace(std::move(engine));

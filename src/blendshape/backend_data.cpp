@@ -46,8 +46,8 @@ bool read(const std::string& path, const MatrixFileSpec& spec, Eigen::MatrixXd& 
 
 /// Index values are whole numbers held as doubles and are truncated, as
 /// their users always did. Each must name one of `count` vertices.
-bool toIndices(const Eigen::MatrixXd& values, int count, const char* what,
-               const std::string& path, std::vector<int>& out, LoadError& error) {
+bool toIndices(const Eigen::MatrixXd& values, int count, const char* what, const std::string& path,
+               std::vector<int>& out, LoadError& error) {
     out.resize(static_cast<size_t>(values.size()));
     for (Index k = 0; k < values.size(); ++k) {
         const double v = values(k);
@@ -83,8 +83,8 @@ void setUpRegion(RegionRecord& region, int anchor, Eigen::MatrixXd all, Eigen::M
 
 bool buildFitDefinition(const RegionRecord& record, const std::string& regionDir,
                         const RegionSpec& spec, RegionDefinition& fit, LoadError& error) {
-    if (!toIndices(record.all, kFaceVertexCount, "face vertex", regionDir + spec.all.name,
-                   fit.all, error) ||
+    if (!toIndices(record.all, kFaceVertexCount, "face vertex", regionDir + spec.all.name, fit.all,
+                   error) ||
         !toIndices(record.fixed, kFaceVertexCount, "face vertex", regionDir + spec.fixed.name,
                    fit.fixed, error))
         return false;
@@ -133,8 +133,8 @@ bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& 
         if (!(sigma(i) > 0 && std::isfinite(sigma(i)))) {
             error.kind = LoadError::Kind::badContent;
             error.path = dir + kBackendFiles[kSigmaFile].name;
-            error.message = error.path + ": entry " + std::to_string(i) + " is " +
-                            text(sigma(i)) + ", not a positive standard deviation";
+            error.message = error.path + ": entry " + std::to_string(i) + " is " + text(sigma(i)) +
+                            ", not a positive standard deviation";
             return false;
         }
     std::vector<std::vector<int>> regionRows;

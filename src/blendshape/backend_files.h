@@ -76,20 +76,56 @@ struct RegionSpec {
 /// The regions in shape order (shape s + 1 comes from region s).
 inline constexpr int kRegionCount = 5;
 inline constexpr std::array<RegionSpec, kRegionCount> kRegions = {{
-    {"gill_left", "mask/gill_left/", {"idx_all_r_1_c_2911.bin", 1, 2911},
-     {"idx_fix_r_1_c_789.bin", 1, 789}, {"weight_in3_r_3_c_789.bin", 3, 789}, 6171, 1000000.0f,
-     1000000.0f, 1.0f, 1.1f},
-    {"gill_right", "mask/gill_right/", {"idx_all_r_1_c_2966.bin", 1, 2966},
-     {"idx_fix_r_1_c_766.bin", 1, 766}, {"weight_in3_r_3_c_766.bin", 3, 766}, 10844, 1000000.0f,
-     1000000.0f, 1.0f, 1.1f},
-    {"nose", "mask/nose/", {"idx_all_r_1_c_2901.bin", 1, 2901}, {"idx_fix_r_1_c_657.bin", 1, 657},
-     {"weight_in3_r_3_c_657.bin", 3, 657}, 6772, 1000000.0f, 1000000.0f, 1.0f, 1.1f},
-    {"ear_left", "mask/ear_left/", {"idx_all_r_1_c_2319.bin", 1, 2319},
-     {"idx_fix_r_1_c_106.bin", 1, 106}, {"weight_in3_r_3_c_106.bin", 3, 106}, 5503, 1000000.0f,
-     1000000.0f, 10000.0f, 1.05f},
-    {"ear_right", "mask/ear_right/", {"idx_all_r_1_c_2322.bin", 1, 2322},
-     {"idx_fix_r_1_c_104.bin", 1, 104}, {"weight_in3_r_3_c_104.bin", 3, 104}, 10182, 1000000.0f,
-     1000000.0f, 10000.0f, 1.05f},
+    {"gill_left",
+     "mask/gill_left/",
+     {"idx_all_r_1_c_2911.bin", 1, 2911},
+     {"idx_fix_r_1_c_789.bin", 1, 789},
+     {"weight_in3_r_3_c_789.bin", 3, 789},
+     6171,
+     1000000.0f,
+     1000000.0f,
+     1.0f,
+     1.1f},
+    {"gill_right",
+     "mask/gill_right/",
+     {"idx_all_r_1_c_2966.bin", 1, 2966},
+     {"idx_fix_r_1_c_766.bin", 1, 766},
+     {"weight_in3_r_3_c_766.bin", 3, 766},
+     10844,
+     1000000.0f,
+     1000000.0f,
+     1.0f,
+     1.1f},
+    {"nose",
+     "mask/nose/",
+     {"idx_all_r_1_c_2901.bin", 1, 2901},
+     {"idx_fix_r_1_c_657.bin", 1, 657},
+     {"weight_in3_r_3_c_657.bin", 3, 657},
+     6772,
+     1000000.0f,
+     1000000.0f,
+     1.0f,
+     1.1f},
+    {"ear_left",
+     "mask/ear_left/",
+     {"idx_all_r_1_c_2319.bin", 1, 2319},
+     {"idx_fix_r_1_c_106.bin", 1, 106},
+     {"weight_in3_r_3_c_106.bin", 3, 106},
+     5503,
+     1000000.0f,
+     1000000.0f,
+     10000.0f,
+     1.05f},
+    {"ear_right",
+     "mask/ear_right/",
+     {"idx_all_r_1_c_2322.bin", 1, 2322},
+     {"idx_fix_r_1_c_104.bin", 1, 104},
+     {"weight_in3_r_3_c_104.bin", 3, 104},
+     10182,
+     1000000.0f,
+     1000000.0f,
+     10000.0f,
+     1.05f},
 }};
 
 using Transform34 = Eigen::Matrix<double, 3, 4>;
@@ -106,11 +142,11 @@ inline std::array<Transform34, 5> fixedTransforms() {
     t[2] << 1.00907571653031, 0.0149065741391323, 0.0149091676629689, -0.146841361595803,  //
         0.0152271127143303, -0.0216496815193334, -1.00894881795492, -4.21687914683831,     //
         -0.0145816415863594, 1.00895360461306, -0.0218698511906453, 160.863536123816;
-    t[3] << 1, 0, 0, 0,                //
-        0, 0, 1, 1.63866601883562,     //
+    t[3] << 1, 0, 0, 0,             //
+        0, 0, 1, 1.63866601883562,  //
         0, 1, 0, 168.853317226249;
     t[4] << 0.872036437075342, -0.000226106713747949, -0.000719942623989601,
-        0.0290997701684031,  //
+        0.0290997701684031,                                                            //
         0.000230515756802672, 0.872020348998619, 0.00534554239506169, 148.3198439945,  //
         0.000718543049305213, -0.00534573070454696, 0.872020082273227, 1.16053671731529;
     return t;
@@ -127,9 +163,7 @@ struct FaceFrame {
     Eigen::Matrix3d inverseRotation;
 
     explicit FaceFrame(const Transform34& t)
-        : rotation(t.leftCols<3>()),
-          translation(t.col(3)),
-          inverseRotation(rotation.inverse()) {}
+        : rotation(t.leftCols<3>()), translation(t.col(3)), inverseRotation(rotation.inverse()) {}
 
     Eigen::Vector3d toFace(const Eigen::Vector3d& p) const { return rotation * p + translation; }
     Eigen::Vector3d toHead(const Eigen::Vector3d& q) const {

@@ -1,5 +1,6 @@
 #include "blendshape/basis_store.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -9,11 +10,16 @@
 #include <sys/mman.h>
 #endif
 
+#include "blendshape/parallel_tasks.h"
+
 namespace kestrel::meridian::blendshape {
 
 namespace {
 
 using Eigen::Index;
+
+// The file is read in parts of about this size, spread over the cores.
+constexpr Index kPartBytes = Index{16} << 20;
 
 /// Uninitialised storage: the pages are touched first by the read, not by
 /// a clearing pass. On Linux, large pages are asked for, which makes the
@@ -45,7 +51,8 @@ RegionBasisStore::RegionBasisStore(Index rows, Index cols,
             if (vertex < 0 || 3 * static_cast<Index>(vertex) >= rows)
                 throw std::invalid_argument("basis store: face vertex " + std::to_string(vertex) +
                                             " outside the basis");
-            for (int a = 0; a < 3; ++a) targets[3 * static_cast<size_t>(vertex) + a].push_back(next++);
+            for (int a = 0; a < 3; ++a)
+                targets[3 * static_cast<size_t>(vertex) + a].push_back(next++);
         }
     }
     for (std::vector<Index>& t : targets)
@@ -69,15 +76,24 @@ MatrixFileStatus RegionBasisStore::read(const std::string& path) {
     if (check != MatrixFileStatus::ok) return check;
     std::unique_ptr<double[]> values = allocateRows(storedRows_, cols_);
     const size_t rowBytes = static_cast<size_t>(cols_) * sizeof(double);
-    const MatrixFileStatus status = readMatrixFileRows(
-        path, rows, cols, [&](Index first, Index count, const double* block) {
-            for (Index r = 0; r < count; ++r) {
-                const Index fileRow = first + r;
-                for (Index d = destinationStart_[fileRow]; d < destinationStart_[fileRow + 1]; ++d)
-                    std::memcpy(values.get() + destinations_[d] * cols_, block + r * cols_,
-                                rowBytes);
-            }
-        });
+    auto place = [&](Index first, Index count, const double* block) {
+        for (Index r = 0; r < count; ++r) {
+            const Index fileRow = first + r;
+            for (Index d = destinationStart_[fileRow]; d < destinationStart_[fileRow + 1]; ++d)
+                std::memcpy(values.get() + destinations_[d] * cols_, block + r * cols_, rowBytes);
+        }
+    };
+    // Parts of the file are read side by side: copying out of the page cache
+    // and touching fresh pages is work for every core.
+    const Index partRows = std::max<Index>(1, kPartBytes / static_cast<Index>(rowBytes));
+    const int parts = static_cast<int>((rows_ + partRows - 1) / partRows);
+    std::vector<MatrixFileStatus> statuses(static_cast<size_t>(parts), MatrixFileStatus::ok);
+    runTasks(parts, defaultThreadCount(parts), [&](int part) {
+        statuses[part] = readMatrixFileRows(path, rows, cols, place, part * partRows, partRows);
+    });
+    MatrixFileStatus status = MatrixFileStatus::ok;
+    for (MatrixFileStatus s : statuses)
+        if (s != MatrixFileStatus::ok) status = s;
     if (status == MatrixFileStatus::ok) values_ = std::move(values);
     return status;
 }

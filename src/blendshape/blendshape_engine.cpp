@@ -58,7 +58,9 @@ std::unique_ptr<CBlendshapeEngine> CBlendshapeEngine::load(const std::string& mo
         engine->lastOfHeadVertex_[i] = lastEntry[faceList[i]] == static_cast<int>(i);
 
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-    if (log) *log << "----load next info" << " use time " << took.count() << " ms" << std::endl;
+    if (log)
+        *log << "----load next info"
+             << " use time " << took.count() << " ms" << std::endl;
     return engine;
 }
 

@@ -25,7 +25,7 @@ inline Eigen::Matrix3Xd faceInModelFrame(const Eigen::Matrix3Xd& head,
 }
 
 struct RegionResult {
-    Eigen::VectorXd coefficients;   ///< K
+    Eigen::VectorXd coefficients;    ///< K
     Eigen::Matrix3Xd reconstructed;  ///< 3 by N: mean + basis * coefficients
     Eigen::Matrix3Xd deformed;       ///< 3 by N: the face with the region replaced
 };
@@ -60,8 +60,7 @@ inline RegionResult deformRegion(const Eigen::MatrixXd& basis, const Eigen::Vect
     }
     Eigen::MatrixXd system = rows.transpose() * weights.asDiagonal() * rows;
     system += w2 * sigma.array().square().inverse().matrix().asDiagonal();
-    const Eigen::VectorXd rhs =
-        rows.transpose() * (weights.asDiagonal() * (targets - meanRows));
+    const Eigen::VectorXd rhs = rows.transpose() * (weights.asDiagonal() * (targets - meanRows));
 
     RegionResult result;
     result.coefficients = system.partialPivLu().solve(rhs);
@@ -93,8 +92,7 @@ inline Eigen::MatrixXd blendshapes(const Eigen::Matrix3Xd& head, const BackendDa
     for (int r = 0; r < kRegionCount; ++r) {
         const RegionResult result =
             deformRegion(basis, data.mean(), data.sigma(), face, data.regions[r]);
-        const Eigen::Matrix3Xd back =
-            inverse * (result.deformed.colwise() - transform.col(3));
+        const Eigen::Matrix3Xd back = inverse * (result.deformed.colwise() - transform.col(3));
         Eigen::Matrix3Xd shape = head;
         for (Eigen::Index i = 0; i < faceList.size(); ++i)
             shape.col(static_cast<Eigen::Index>(faceList(i))) = back.col(i);

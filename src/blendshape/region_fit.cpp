@@ -35,7 +35,7 @@ std::vector<int> RegionFit::rowVertices(const RegionDefinition& region) {
 
 RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index components,
                      const Eigen::Ref<const Eigen::VectorXd>& mean,
-              const Eigen::Ref<const Eigen::VectorXd>& sigma)
+                     const Eigen::Ref<const Eigen::VectorXd>& sigma)
     : region_(std::move(region)), basisRows_(basisRows), components_(components) {
     const RegionDefinition& r = region_;
     const Index faceVertices = mean.size() / 3;
@@ -51,9 +51,9 @@ RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index com
 
     rowVertices_ = rowVertices(r);
     for (int vertex : rowVertices_)
-        require(vertex >= 0 && vertex < faceVertices,
-                "face vertex " + std::to_string(vertex) + " outside 0.." +
-                    std::to_string(faceVertices - 1));
+        require(vertex >= 0 && vertex < faceVertices, "face vertex " + std::to_string(vertex) +
+                                                          " outside 0.." +
+                                                          std::to_string(faceVertices - 1));
     std::unordered_map<int, int> rowOf;
     for (size_t i = 0; i < rowVertices_.size(); ++i)
         rowOf.emplace(rowVertices_[i], static_cast<int>(i));
@@ -84,8 +84,7 @@ RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index com
     Eigen::VectorXd rowWeight = Eigen::VectorXd::Zero(constraintRows);
     for (int row : fixedRow_) rowWeight.segment<3>(3 * row).array() += r.w1;
     rowWeight.segment<3>(3 * anchorRow_).array() += r.w0;
-    const RowMajorMatrixXd scaled =
-        rowWeight.cwiseSqrt().asDiagonal() * rows(0, constraintRows);
+    const RowMajorMatrixXd scaled = rowWeight.cwiseSqrt().asDiagonal() * rows(0, constraintRows);
     Eigen::MatrixXd system = Eigen::MatrixXd::Zero(components, components);
     system.diagonal() = r.w2 * sigma.array().square().inverse();
     system.selfadjointView<Eigen::Lower>().rankUpdate(scaled.transpose());

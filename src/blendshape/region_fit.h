@@ -98,7 +98,7 @@ class RegionFit {
     Eigen::Index constraintVertices_ = 0;  ///< leading entries of rowVertices_
     std::vector<int> fixedRow_;            ///< #F: row vertex of each border entry
     int anchorRow_ = 0;
-    std::vector<int> allRow_;  ///< #A: row vertex of each entry of `all`
+    std::vector<int> allRow_;   ///< #A: row vertex of each entry of `all`
     Eigen::VectorXd meanRows_;  ///< 3 * #rowVertices
     std::vector<int> outputVertices_;
     std::vector<int> outputOfRow_;  ///< output column of each row vertex, or -1

@@ -13,7 +13,7 @@ void multiplyRows(const double* rows, Eigen::Index count, Eigen::Index cols, con
                   double* y);
 
 /// sum[c] = sum over r of weight[r] * row r [c], rows added in order.
-void weightedRowSum(const double* rows, Eigen::Index count, Eigen::Index cols,
-                    const double* weight, double* sum);
+void weightedRowSum(const double* rows, Eigen::Index count, Eigen::Index cols, const double* weight,
+                    double* sum);
 
 }  // namespace kestrel::meridian::blendshape

@@ -68,6 +68,14 @@ MatrixFileStatus openChecked(const std::string& path, int rows, int cols, File& 
     return MatrixFileStatus::ok;
 }
 
+bool seekTo(std::FILE* file, int64_t offset) {
+#if defined(_WIN32)
+    return _fseeki64(file, offset, SEEK_SET) == 0;
+#else
+    return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0;
+#endif
+}
+
 bool readDoubles(std::FILE* file, double* values, size_t count) {
     if (std::fread(values, sizeof(double), count, file) != count) return false;
     toHostOrder(values, count);
@@ -107,16 +115,22 @@ MatrixFileStatus checkMatrixFile(const std::string& path, int rows, int cols) {
 }
 
 MatrixFileStatus readMatrixFileRows(const std::string& path, int rows, int cols,
-                                    const MatrixRowSink& sink) {
+                                    const MatrixRowSink& sink, Eigen::Index firstRow,
+                                    Eigen::Index rowCount) {
     File file;
     const MatrixFileStatus status = openChecked(path, rows, cols, file);
-    if (status != MatrixFileStatus::ok || rows == 0 || cols == 0) return status;
+    if (status != MatrixFileStatus::ok) return status;
+    const Eigen::Index end = rowCount < 0 ? rows : std::min<Eigen::Index>(rows, firstRow + rowCount);
+    if (firstRow >= end || cols == 0) return status;
     const size_t rowValues = static_cast<size_t>(cols);
     const size_t blockRows = std::max<size_t>(1, kStreamBufferBytes / (rowValues * sizeof(double)));
-    std::vector<double> buffer(std::min<size_t>(blockRows, static_cast<size_t>(rows)) * rowValues);
-    for (Eigen::Index first = 0; first < rows;) {
+    if (firstRow > 0 && !seekTo(file.get(), static_cast<int64_t>(firstRow) * cols * 8))
+        return MatrixFileStatus::tooShort;
+    std::vector<double> buffer(std::min<size_t>(blockRows, static_cast<size_t>(end - firstRow)) *
+                               rowValues);
+    for (Eigen::Index first = firstRow; first < end;) {
         const Eigen::Index count =
-            std::min<Eigen::Index>(static_cast<Eigen::Index>(blockRows), rows - first);
+            std::min<Eigen::Index>(static_cast<Eigen::Index>(blockRows), end - first);
         // The length was checked; a short read means the file changed since.
         if (!readDoubles(file.get(), buffer.data(), static_cast<size_t>(count) * rowValues))
             return MatrixFileStatus::tooShort;
@@ -126,8 +140,7 @@ MatrixFileStatus readMatrixFileRows(const std::string& path, int rows, int cols,
     return MatrixFileStatus::ok;
 }
 
-MatrixFileStatus readMatrixFile(const std::string& path, int rows, int cols,
-                                Eigen::MatrixXd& out) {
+MatrixFileStatus readMatrixFile(const std::string& path, int rows, int cols, Eigen::MatrixXd& out) {
     if (rows == 1 || cols == 1) {
         // A vector is laid out the same way in the file and in memory.
         File file;
@@ -143,9 +156,9 @@ MatrixFileStatus readMatrixFile(const std::string& path, int rows, int cols,
     const MatrixFileStatus status = readMatrixFileRows(
         path, rows, cols, [&](Eigen::Index first, Eigen::Index count, const double* block) {
             if (first == 0) values.resize(rows, cols);  // only once the file is known good
-            values.middleRows(first, count) =
-                Eigen::Map<const Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic,
-                                               Eigen::RowMajor>>(block, count, cols);
+            values.middleRows(first, count) = Eigen::Map<
+                const Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>>(
+                block, count, cols);
         });
     if (status != MatrixFileStatus::ok) return status;
     values.resize(rows, cols);  // no-op unless the matrix is empty

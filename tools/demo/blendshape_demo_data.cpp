@@ -117,7 +117,8 @@ std::vector<int> keyPoints() {
         if (v(1, id) < 0 && std::abs(v(0, id)) < 1.0 &&
             std::find(ids.begin(), ids.end(), id) == ids.end())
             profile.push_back(id);
-    std::stable_sort(profile.begin(), profile.end(), [&](int a, int b) { return v(2, a) < v(2, b); });
+    std::stable_sort(profile.begin(), profile.end(),
+                     [&](int a, int b) { return v(2, a) < v(2, b); });
     const size_t wanted = 86 - ids.size();
     for (size_t k = 0; k < wanted; ++k) ids.push_back(profile[k * profile.size() / wanted]);
     return ids;
@@ -167,7 +168,8 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
             Eigen::Matrix3Xd smaller(3, n);
             const Vector3d centre = detail::headCentre();
             for (int id = 0; id < n; ++id)
-                smaller.col(id) = detail::roundToFloat(Vector3d(centre + 0.94 * (v.col(id) - centre)));
+                smaller.col(id) =
+                    detail::roundToFloat(Vector3d(centre + 0.94 * (v.col(id) - centre)));
             return vertexRows(smaller);
         }
         case 12:
@@ -282,9 +284,10 @@ bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
             if (!writeSet(path, spec, smallSet(f, model), error)) return false;
             continue;
         }
-        if (!kestrel::meridian::writeMatrixFileRows(
-                path.string(), spec.rows, spec.cols,
-                [&](Index first, Index count, double* rows) { model.basisRows(first, count, rows); })) {
+        if (!kestrel::meridian::writeMatrixFileRows(path.string(), spec.rows, spec.cols,
+                                                    [&](Index first, Index count, double* rows) {
+                                                        model.basisRows(first, count, rows);
+                                                    })) {
             error = "cannot write " + path.string();
             return false;
         }
@@ -294,7 +297,8 @@ bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
         const fs::path dir = root / spec.directory;
         const DemoRegionMask mask = demoRegionMask(r);
         std::vector<double> weights;
-        for (int a = 0; a < 3; ++a) weights.insert(weights.end(), mask.weight.begin(), mask.weight.end());
+        for (int a = 0; a < 3; ++a)
+            weights.insert(weights.end(), mask.weight.begin(), mask.weight.end());
         if (!writeSet(dir / spec.all.name, spec.all, toDoubles(mask.all), error) ||
             !writeSet(dir / spec.fixed.name, spec.fixed, toDoubles(mask.fixed), error) ||
             !writeSet(dir / spec.weights.name, spec.weights, weights, error))

@@ -102,7 +102,8 @@ DemoFaceModel::DemoFaceModel() {
     // The sample's feature changes, along the ray from the head centre.
     const Vector3d headCentre = frame.toFace(detail::headCentre());
     for (const FeatureChange& change : sampleFeatureChanges()) {
-        const Vector3d at = frame.toFace(Vector3d(change.centre[0], change.centre[1], change.centre[2]));
+        const Vector3d at =
+            frame.toFace(Vector3d(change.centre[0], change.centre[1], change.centre[2]));
         LocalField field;
         for (Index v = 0; v < n; ++v)
             if (const double value = profile(face.col(v), at, change.reach); value > 0)
@@ -125,7 +126,8 @@ DemoFaceModel::DemoFaceModel() {
                     bump.emplace_back(static_cast<int>(v), Vector3d(value, value, value));
             for (int d = 0; d < 3; ++d) {
                 LocalField field = bump;
-                for (auto& entry : field) entry.second = entry.second.cwiseProduct(Vector3d::Unit(d));
+                for (auto& entry : field)
+                    entry.second = entry.second.cwiseProduct(Vector3d::Unit(d));
                 fields.push_back(std::move(field));
             }
         }
@@ -141,8 +143,8 @@ DemoFaceModel::DemoFaceModel() {
         for (const auto& entry : fields[f]) squaredNorm += entry.second.squaredNorm();
         const double norm = std::sqrt(squaredNorm);
         for (const auto& [v, value] : fields[f])
-            localAt_[static_cast<size_t>(v)].emplace_back(static_cast<int>(globalCount) + static_cast<int>(f),
-                                                          value / norm);
+            localAt_[static_cast<size_t>(v)].emplace_back(
+                static_cast<int>(globalCount) + static_cast<int>(f), value / norm);
     }
     sigma_.resize(bs::kComponentCount);
     for (Index j = 0; j < sigma_.size(); ++j) sigma_(j) = sigmaOf(j);

@@ -59,8 +59,9 @@ void drawPanel(cv::Mat& image, int left, const SheetPanel& panel, const Eigen::V
                        c = panel.vertices.col(ids[2]);
         const Vector3d normal = (b - a).cross(c - a).normalized();
         const double light = 0.3 + 0.7 * std::abs(normal.dot(view.toward));
-        const double area = (screen(0, ids[1]) - screen(0, ids[0])) * (screen(1, ids[2]) - screen(1, ids[0])) -
-                            (screen(0, ids[2]) - screen(0, ids[0])) * (screen(1, ids[1]) - screen(1, ids[0]));
+        const double area =
+            (screen(0, ids[1]) - screen(0, ids[0])) * (screen(1, ids[2]) - screen(1, ids[0])) -
+            (screen(0, ids[2]) - screen(0, ids[0])) * (screen(1, ids[1]) - screen(1, ids[0]));
         if (std::abs(area) < 1e-12) continue;
         double lowCol = 1e30, highCol = -1e30, lowRow = 1e30, highRow = -1e30;
         for (int id : ids) {
@@ -82,18 +83,17 @@ void drawPanel(cv::Mat& image, int left, const SheetPanel& panel, const Eigen::V
                            area;
                 }
                 if (w[0] < 0 || w[1] < 0 || w[2] < 0) continue;
-                const double z = w[0] * screen(2, ids[0]) + w[1] * screen(2, ids[1]) +
-                                 w[2] * screen(2, ids[2]);
+                const double z =
+                    w[0] * screen(2, ids[0]) + w[1] * screen(2, ids[1]) + w[2] * screen(2, ids[2]);
                 double& nearest = depth.at<double>(r, col);
                 if (z >= nearest) continue;
                 nearest = z;
                 const double distance =
                     w[0] * moved(ids[0]) + w[1] * moved(ids[1]) + w[2] * moved(ids[2]);
                 const Vector3d colour = light * heat(maxMoved > 0 ? distance / maxMoved : 0.0);
-                image.at<cv::Vec3b>(r, col) =
-                    cv::Vec3b(cv::saturate_cast<uchar>(255 * colour.z()),
-                              cv::saturate_cast<uchar>(255 * colour.y()),
-                              cv::saturate_cast<uchar>(255 * colour.x()));
+                image.at<cv::Vec3b>(r, col) = cv::Vec3b(cv::saturate_cast<uchar>(255 * colour.z()),
+                                                        cv::saturate_cast<uchar>(255 * colour.y()),
+                                                        cv::saturate_cast<uchar>(255 * colour.x()));
             }
     }
     cv::putText(image, panel.label, cv::Point(left + 10, 26), cv::FONT_HERSHEY_SIMPLEX, 0.55,

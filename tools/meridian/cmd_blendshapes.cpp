@@ -118,8 +118,9 @@ void addBlendshapesCommand(CLI::App& app) {
         ->required();
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
-    command->add_option("--out-dir", options->outDir,
-                        "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing)")
+    command
+        ->add_option("--out-dir", options->outDir,
+                     "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing)")
         ->required();
     command->callback([options] { runBlendshapes(*options); });
 }
