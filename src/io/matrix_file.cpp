@@ -21,7 +21,7 @@ constexpr bool kBigEndianHost =
 
 // Rows are streamed through a buffer of about this size: it stays in cache,
 // so the copy out of it costs little next to the read into it.
-constexpr size_t kStreamBufferBytes = size_t{1} << 20;
+constexpr size_t kStreamBufferBytes = size_t{256} << 10;
 
 void toHostOrder(double* values, size_t count) {
     if constexpr (kBigEndianHost) {
