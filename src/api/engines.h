@@ -17,8 +17,13 @@ namespace kestrel::meridian::api {
 Registry<CHeadConverter>& headConverters();
 Registry<TBNEngineGeneral>& tangentFrameEngines();
 Singleton<TBNEngineStd>& fixedTangentFrameEngine();
-Singleton<CBlendshapeEngine>& blendshapeEngine();
-/// The 16-bit word kept beside the blendshape engine (0 after init).
+/// The blendshape state: made by every init, holding the engine when it
+/// loaded.
+struct BlendshapeState {
+    std::unique_ptr<CBlendshapeEngine> engine;
+};
+Singleton<BlendshapeState>& blendshapeState();
+/// The 16-bit word kept beside the blendshape state (0 after init).
 Singleton<uint16_t>& blendshapeFlagWord();
 
 }  // namespace kestrel::meridian::api

@@ -34,23 +34,21 @@ std::unique_ptr<CBlendshapeEngine> loadOrExit(const std::string& modelDir) {
 extern "C" MERIDIAN_API int64_t AI_system_initDynamic_BS(const char* model_dir) {
     if (model_dir == nullptr) return 0;
     return guarded<int64_t>(0, [&]() -> int64_t {
-        // The previous engine is replaced first, so an init that fails in
-        // any way leaves none.
-        blendshapeEngine().replace(nullptr);
-        std::unique_ptr<CBlendshapeEngine> engine = loadOrExit(std::string(model_dir));
-        const bool loaded = engine != nullptr;
-        blendshapeEngine().replace(std::move(engine));
+        // A fresh state first: an init that fails in any way leaves one
+        // without an engine.
+        BlendshapeState& state = blendshapeState().replace(std::make_unique<BlendshapeState>());
+        state.engine = loadOrExit(std::string(model_dir));
         blendshapeFlagWord().replace(std::make_unique<uint16_t>(0));
-        return loaded ? 1 : 0;
+        return state.engine ? 1 : 0;
     });
 }
 
 extern "C" MERIDIAN_API int64_t AI_get_BS(const float* head_vertices, float* bs_out) {
     if (head_vertices == nullptr || bs_out == nullptr) return 0;
     return guarded<int64_t>(0, [&]() -> int64_t {
-        const CBlendshapeEngine* engine = blendshapeEngine().get();
-        if (engine == nullptr) return 0;
-        engine->generate(head_vertices, bs_out);
+        const BlendshapeState* state = blendshapeState().get();
+        if (state == nullptr || state->engine == nullptr) return 0;
+        state->engine->generate(head_vertices, bs_out);
         return 1;
     });
 }

@@ -23,9 +23,9 @@ Singleton<TBNEngineStd>& fixedTangentFrameEngine() {
     return engine;
 }
 
-Singleton<CBlendshapeEngine>& blendshapeEngine() {
-    static Singleton<CBlendshapeEngine> engine;
-    return engine;
+Singleton<BlendshapeState>& blendshapeState() {
+    static Singleton<BlendshapeState> state;
+    return state;
 }
 
 Singleton<uint16_t>& blendshapeFlagWord() {
@@ -40,7 +40,7 @@ using namespace kestrel::meridian::api;
 extern "C" MERIDIAN_API int AI_system_over(void) {
     // Singletons first, then the registries, in this order.
     fixedTangentFrameEngine().reset();
-    blendshapeEngine().reset();
+    blendshapeState().reset();
     blendshapeFlagWord().reset();
     tangentFrameEngines().clear();
     headConverters().clear();
