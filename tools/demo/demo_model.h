@@ -82,7 +82,7 @@ Eigen::Matrix3Xd sampleHead();
 
 /// What writeDemoModel writes beyond the files every task reads.
 struct DemoModelOptions {
-    /// The blendshape data ("BS/", about 250 MB, seconds to generate).
+    /// The blendshape data ("BS/", 229 MB, a few tenths of a second).
     bool blendshapes = false;
 };
 
