@@ -71,7 +71,8 @@ std::unique_ptr<CBlendshapeEngine> loadEngine() {
 int64_t rowBytesPerCall(const CBlendshapeEngine& engine) {
     int64_t rows = 0;
     for (int r = 0; r < bs::kRegionCount; ++r)
-        rows += 3 * static_cast<int64_t>(bs::RegionFit::rowVertices(engine.data().fits[r]).size());
+        rows += 3 * static_cast<int64_t>(
+                        bs::RegionFit::rowVertices(engine.data().definitions[r]).size());
     return rows * bs::kComponentCount * static_cast<int64_t>(sizeof(double));
 }
 
@@ -142,8 +143,8 @@ void BM_BlendshapesOneThread(benchmark::State& state) {
 void BM_BlendshapesLiteral(benchmark::State& state) {
     const auto engine = loadEngine();
     Eigen::MatrixXd basis;
-    const bs::MatrixFileSpec& spec = bs::kBackendFiles[bs::kBasisFile];
-    if (kestrel::meridian::readMatrixFile(basisPath(), spec.rows, spec.cols, basis) !=
+    const bs::MatrixFileEntry& entry = bs::kBackendFiles[bs::kBasisFile];
+    if (kestrel::meridian::readMatrixFile(basisPath(), entry.rows, entry.cols, basis) !=
         kestrel::meridian::MatrixFileStatus::ok) {
         state.SkipWithError("cannot read the basis");
         return;
@@ -188,10 +189,10 @@ void BM_ReadBasisIntoRegionLayout(benchmark::State& state) {
     const auto engine = loadEngine();
     std::vector<std::vector<int>> regions;
     for (int r = 0; r < bs::kRegionCount; ++r)
-        regions.push_back(bs::RegionFit::rowVertices(engine->data().fits[r]));
-    const bs::MatrixFileSpec& spec = bs::kBackendFiles[bs::kBasisFile];
+        regions.push_back(bs::RegionFit::rowVertices(engine->data().definitions[r]));
+    const bs::MatrixFileEntry& entry = bs::kBackendFiles[bs::kBasisFile];
     for (auto _ : state) {
-        bs::RegionBasisStore store(spec.rows, spec.cols, regions);
+        bs::RegionBasisStore store(entry.rows, entry.cols, regions);
         if (store.read(basisPath()) != kestrel::meridian::MatrixFileStatus::ok)
             state.SkipWithError("cannot read the basis");
         benchmark::DoNotOptimize(store.row(0));

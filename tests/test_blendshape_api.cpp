@@ -65,22 +65,22 @@ ChildRun runInChild(const std::function<void()>& body) {
 void writeZeroBackend(const std::string& modelDir) {
     namespace fs = std::filesystem;
     const fs::path root = fs::path(modelDir) / "BS";
-    auto write = [&](const fs::path& path, const bs::MatrixFileSpec& spec, double value) {
+    auto write = [&](const fs::path& path, const bs::MatrixFileEntry& entry, double value) {
         fs::create_directories(path.parent_path());
-        const std::vector<double> values(static_cast<size_t>(spec.rows) * spec.cols, value);
+        const std::vector<double> values(static_cast<size_t>(entry.rows) * entry.cols, value);
         ASSERT_TRUE(
-            kestrel::meridian::writeMatrixFile(path.string(), spec.rows, spec.cols, values.data()));
+            kestrel::meridian::writeMatrixFile(path.string(), entry.rows, entry.cols, values.data()));
     };
     for (int f = 0; f < bs::kBackendFileCount; ++f) {
-        const bs::MatrixFileSpec& spec = bs::kBackendFiles[f];
+        const bs::MatrixFileEntry& entry = bs::kBackendFiles[f];
         if (f == bs::kBasisFile) {
-            std::ofstream(root / spec.name, std::ios::binary).close();
-            fs::resize_file(root / spec.name, uintmax_t{8} * spec.rows * spec.cols);
+            std::ofstream(root / entry.name, std::ios::binary).close();
+            fs::resize_file(root / entry.name, uintmax_t{8} * entry.rows * entry.cols);
         } else {
-            write(root / spec.name, spec, f == bs::kSigmaFile ? 1.0 : 0.0);
+            write(root / entry.name, entry, f == bs::kSigmaFile ? 1.0 : 0.0);
         }
     }
-    for (const bs::RegionSpec& region : bs::kRegions) {
+    for (const bs::RegionEntry& region : bs::kRegions) {
         write(root / region.directory / region.all.name, region.all, 0.0);
         write(root / region.directory / region.fixed.name, region.fixed, 0.0);
         write(root / region.directory / region.weights.name, region.weights, 0.0);

@@ -14,11 +14,11 @@ using namespace kestrel::meridian::api;
 
 namespace {
 
-/// Loads the engine. A missing file keeps its legacy contract, and a short
-/// one is treated the same way (a partly read model must never produce
-/// shapes): the message, then the whole process ends with -1. Anything else
-/// that is wrong leaves no engine. Called so that nothing it allocated is
-/// alive when the process ends.
+/// Loads the engine. A missing file prints its message and ends the whole
+/// process with -1, as hosts of this interface expect; a short one does the
+/// same (a partly read model must never produce shapes). Anything else that
+/// is wrong leaves no engine. By the time it exits, everything the load
+/// allocated has been freed.
 std::unique_ptr<CBlendshapeEngine> loadOrExit(const std::string& modelDir) {
     LoadError error;
     std::unique_ptr<CBlendshapeEngine> engine =

@@ -31,17 +31,17 @@ std::string text(double value) {
 }
 
 bool fail(LoadError& error, MatrixFileStatus status, const std::string& path,
-          const MatrixFileSpec& spec) {
+          const MatrixFileEntry& entry) {
     error.kind = kindOf(status);
     error.path = path;
-    error.message = matrixFileMessage(status, path, spec.rows, spec.cols);
+    error.message = matrixFileMessage(status, path, entry.rows, entry.cols);
     return false;
 }
 
-bool read(const std::string& path, const MatrixFileSpec& spec, Eigen::MatrixXd& out,
+bool read(const std::string& path, const MatrixFileEntry& entry, Eigen::MatrixXd& out,
           LoadError& error) {
-    const MatrixFileStatus status = readMatrixFile(path, spec.rows, spec.cols, out);
-    return status == MatrixFileStatus::ok || fail(error, status, path, spec);
+    const MatrixFileStatus status = readMatrixFile(path, entry.rows, entry.cols, out);
+    return status == MatrixFileStatus::ok || fail(error, status, path, entry);
 }
 
 /// Index values are whole numbers held as doubles and are truncated, as
@@ -82,10 +82,10 @@ void setUpRegion(RegionRecord& region, int anchor, Eigen::MatrixXd all, Eigen::M
 }
 
 bool buildFitDefinition(const RegionRecord& record, const std::string& regionDir,
-                        const RegionSpec& spec, RegionDefinition& fit, LoadError& error) {
-    if (!toIndices(record.all, kFaceVertexCount, "face vertex", regionDir + spec.all.name, fit.all,
+                        const RegionEntry& entry, RegionDefinition& fit, LoadError& error) {
+    if (!toIndices(record.all, kFaceVertexCount, "face vertex", regionDir + entry.all.name, fit.all,
                    error) ||
-        !toIndices(record.fixed, kFaceVertexCount, "face vertex", regionDir + spec.fixed.name,
+        !toIndices(record.fixed, kFaceVertexCount, "face vertex", regionDir + entry.fixed.name,
                    fit.fixed, error))
         return false;
     fit.fixedWeights.assign(record.weights.row(0).begin(), record.weights.row(0).end());
@@ -102,26 +102,26 @@ bool buildFitDefinition(const RegionRecord& record, const std::string& regionDir
 bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& error) {
     const std::string dir = modelDir + "/BS/";
     for (int f = 0; f < kBackendFileCount; ++f) {
-        const MatrixFileSpec& spec = kBackendFiles[f];
-        const std::string path = dir + spec.name;
+        const MatrixFileEntry& entry = kBackendFiles[f];
+        const std::string path = dir + entry.name;
         if (f == kBasisFile) {
             // Read last, into the regions' layout, once the regions are known.
-            const MatrixFileStatus status = checkMatrixFile(path, spec.rows, spec.cols);
-            if (status != MatrixFileStatus::ok) return fail(error, status, path, spec);
-        } else if (!read(path, spec, data.files[f], error)) {
+            const MatrixFileStatus status = checkMatrixFile(path, entry.rows, entry.cols);
+            if (status != MatrixFileStatus::ok) return fail(error, status, path, entry);
+        } else if (!read(path, entry, data.files[f], error)) {
             return false;
         }
     }
     for (int r = 0; r < kRegionCount; ++r) {
-        const RegionSpec& spec = kRegions[r];
-        const std::string regionDir = dir + spec.directory;
+        const RegionEntry& entry = kRegions[r];
+        const std::string regionDir = dir + entry.directory;
         Eigen::MatrixXd all, fixed, weights;
-        if (!read(regionDir + spec.all.name, spec.all, all, error) ||
-            !read(regionDir + spec.fixed.name, spec.fixed, fixed, error) ||
-            !read(regionDir + spec.weights.name, spec.weights, weights, error))
+        if (!read(regionDir + entry.all.name, entry.all, all, error) ||
+            !read(regionDir + entry.fixed.name, entry.fixed, fixed, error) ||
+            !read(regionDir + entry.weights.name, entry.weights, weights, error))
             return false;
-        setUpRegion(data.regions[r], spec.anchor, std::move(all), std::move(fixed),
-                    std::move(weights), spec.w0, spec.w1, spec.w2, spec.w3);
+        setUpRegion(data.regions[r], entry.anchor, std::move(all), std::move(fixed),
+                    std::move(weights), entry.w0, entry.w1, entry.w2, entry.w3);
     }
     data.transforms = fixedTransforms();
 
@@ -140,16 +140,16 @@ bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& 
     std::vector<std::vector<int>> regionRows;
     for (int r = 0; r < kRegionCount; ++r) {
         if (!buildFitDefinition(data.regions[r], dir + kRegions[r].directory, kRegions[r],
-                                data.fits[r], error))
+                                data.definitions[r], error))
             return false;
-        regionRows.push_back(RegionFit::rowVertices(data.fits[r]));
+        regionRows.push_back(RegionFit::rowVertices(data.definitions[r]));
     }
 
-    const MatrixFileSpec& basisSpec = kBackendFiles[kBasisFile];
-    data.basis = RegionBasisStore(basisSpec.rows, basisSpec.cols, regionRows);
-    const std::string basisPath = dir + basisSpec.name;
+    const MatrixFileEntry& basisEntry = kBackendFiles[kBasisFile];
+    data.basis = RegionBasisStore(basisEntry.rows, basisEntry.cols, regionRows);
+    const std::string basisPath = dir + basisEntry.name;
     const MatrixFileStatus status = data.basis.read(basisPath);
-    return status == MatrixFileStatus::ok || fail(error, status, basisPath, basisSpec);
+    return status == MatrixFileStatus::ok || fail(error, status, basisPath, basisEntry);
 }
 
 }  // namespace kestrel::meridian::blendshape

@@ -30,11 +30,11 @@ struct BackendData {
     /// Every file of kBackendFiles at its shape, in that order, except the
     /// basis, which is held by `basis` (its entry here stays empty).
     std::array<Eigen::MatrixXd, kBackendFileCount> files;
-    RegionBasisStore basis;                           ///< 55554 by 500
-    std::array<RegionRecord, kRegionCount> regions;   ///< in shape order
-    std::array<Transform34, 5> transforms;            ///< fixedTransforms()
-    std::vector<int> faceList;                        ///< 18518 head vertex ids ("up")
-    std::array<RegionDefinition, kRegionCount> fits;  ///< the regions as the fit takes them
+    RegionBasisStore basis;                                  ///< 55554 by 500
+    std::array<RegionRecord, kRegionCount> regions;          ///< in shape order
+    std::array<Transform34, 5> transforms;                   ///< fixedTransforms()
+    std::vector<int> faceList;                               ///< 18518 head vertex ids ("up")
+    std::array<RegionDefinition, kRegionCount> definitions;  ///< the regions as fits take them
 
     const Eigen::MatrixXd& mean() const { return files[kMeanFile]; }    ///< 55554 by 1
     const Eigen::MatrixXd& sigma() const { return files[kSigmaFile]; }  ///< 500 by 1

@@ -10,7 +10,7 @@
 namespace kestrel::meridian::blendshape {
 
 /// A matrix file and the shape its name gives.
-struct MatrixFileSpec {
+struct MatrixFileEntry {
     const char* name;
     int rows;
     int cols;
@@ -23,7 +23,7 @@ inline constexpr int kComponentCount = 500;
 
 /// The 27 files, in loading order.
 inline constexpr int kBackendFileCount = 27;
-inline constexpr std::array<MatrixFileSpec, kBackendFileCount> kBackendFiles = {{
+inline constexpr std::array<MatrixFileEntry, kBackendFileCount> kBackendFiles = {{
     {"kp_86_h_r_1_c_86.bin", 1, 86},
     {"tri_h_used_r_3_c_19394.bin", 3, 19394},
     {"tri_next_h_r_3_c_36958.bin", 3, 36958},
@@ -63,19 +63,19 @@ enum BackendFile : int {
 
 /// One region's files (in its directory under "/BS/"), anchor and fit
 /// parameters. All indices are face-vertex indices (0 .. 18517).
-struct RegionSpec {
+struct RegionEntry {
     const char* name;
     const char* directory;
-    MatrixFileSpec all;      ///< every vertex of the region, 1 by #A
-    MatrixFileSpec fixed;    ///< the border vertices, 1 by #F
-    MatrixFileSpec weights;  ///< 3 by #F; row 0 is each border vertex's blend weight
+    MatrixFileEntry all;      ///< every vertex of the region, 1 by #A
+    MatrixFileEntry fixed;    ///< the border vertices, 1 by #F
+    MatrixFileEntry weights;  ///< 3 by #F; row 0 is each border vertex's blend weight
     int anchor;
     float w0, w1, w2, w3;  ///< anchor weight, border weight, prior weight, anchor push
 };
 
 /// The regions in shape order (shape s + 1 comes from region s).
 inline constexpr int kRegionCount = 5;
-inline constexpr std::array<RegionSpec, kRegionCount> kRegions = {{
+inline constexpr std::array<RegionEntry, kRegionCount> kRegions = {{
     {"gill_left",
      "mask/gill_left/",
      {"idx_all_r_1_c_2911.bin", 1, 2911},

@@ -35,9 +35,9 @@ std::unique_ptr<CBlendshapeEngine> CBlendshapeEngine::load(const std::string& mo
     std::array<std::string, kRegionCount> problems;
     runTasks(kRegionCount, engine->threads_, [&](int r) {
         try {
-            engine->fits_[r] =
-                std::make_unique<RegionFit>(data.fits[r], data.basis.block(r), data.basis.cols(),
-                                            data.mean().col(0), data.sigma().col(0));
+            engine->fits_[r] = std::make_unique<RegionFit>(data.definitions[r], data.basis.block(r),
+                                                           data.basis.cols(), data.mean().col(0),
+                                                           data.sigma().col(0));
         } catch (const std::invalid_argument& e) {
             problems[r] = e.what();
         }

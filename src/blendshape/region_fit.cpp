@@ -50,10 +50,12 @@ RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index com
             "every standard deviation must be positive and finite");
 
     rowVertices_ = rowVertices(r);
-    for (int vertex : rowVertices_)
+    for (int vertex : rowVertices_) {
         require(vertex >= 0 && vertex < faceVertices, "face vertex " + std::to_string(vertex) +
                                                           " outside 0.." +
                                                           std::to_string(faceVertices - 1));
+        faceVerticesNeeded_ = std::max<Index>(faceVerticesNeeded_, vertex + 1);
+    }
     std::unordered_map<int, int> rowOf;
     for (size_t i = 0; i < rowVertices_.size(); ++i)
         rowOf.emplace(rowVertices_[i], static_cast<int>(i));
@@ -94,9 +96,8 @@ RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index com
 
 Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const {
     const RegionDefinition& r = region_;
-    for (int vertex : rowVertices_)
-        if (vertex >= face.cols())
-            throw std::invalid_argument("region fit: face has too few vertices");
+    if (face.cols() < faceVerticesNeeded_)
+        throw std::invalid_argument("region fit: face has too few vertices");
     Eigen::Vector3d centroid = Eigen::Vector3d::Zero();
     for (int q : r.fixed) centroid += face.col(q);
     // Without a border the anchor stays where it is.

@@ -95,6 +95,7 @@ class RegionFit {
     const double* basisRows_;
     Eigen::Index components_;
     std::vector<int> rowVertices_;
+    Eigen::Index faceVerticesNeeded_ = 0;  ///< 1 + the largest vertex it reads
     Eigen::Index constraintVertices_ = 0;  ///< leading entries of rowVertices_
     std::vector<int> fixedRow_;            ///< #F: row vertex of each border entry
     int anchorRow_ = 0;

@@ -229,11 +229,11 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
     throw std::logic_error("demo blendshape data: no small set " + std::to_string(f));
 }
 
-bool writeSet(const fs::path& path, const bs::MatrixFileSpec& spec,
+bool writeSet(const fs::path& path, const bs::MatrixFileEntry& entry,
               const std::vector<double>& values, std::string& error) {
-    if (values.size() != static_cast<size_t>(spec.rows) * static_cast<size_t>(spec.cols))
-        throw std::logic_error("demo blendshape data: wrong size for " + std::string(spec.name));
-    if (kestrel::meridian::writeMatrixFile(path.string(), spec.rows, spec.cols, values.data()))
+    if (values.size() != static_cast<size_t>(entry.rows) * static_cast<size_t>(entry.cols))
+        throw std::logic_error("demo blendshape data: wrong size for " + std::string(entry.name));
+    if (kestrel::meridian::writeMatrixFile(path.string(), entry.rows, entry.cols, values.data()))
         return true;
     error = "cannot write " + path.string();
     return false;
@@ -242,20 +242,20 @@ bool writeSet(const fs::path& path, const bs::MatrixFileSpec& spec,
 }  // namespace
 
 DemoRegionMask demoRegionMask(int region) {
-    const bs::RegionSpec& spec = bs::kRegions.at(static_cast<size_t>(region));
+    const bs::RegionEntry& entry = bs::kRegions.at(static_cast<size_t>(region));
     const Eigen::Matrix3Xd& face = demoModelFace();
     const auto count = static_cast<int>(face.cols());
     std::vector<double> distance(static_cast<size_t>(count));
-    for (int k = 0; k < count; ++k) distance[k] = (face.col(k) - face.col(spec.anchor)).norm();
+    for (int k = 0; k < count; ++k) distance[k] = (face.col(k) - face.col(entry.anchor)).norm();
     std::vector<int> order(static_cast<size_t>(count));
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(),
                      [&](int a, int b) { return distance[a] < distance[b]; });
 
     DemoRegionMask mask;
-    mask.all.assign(order.begin(), order.begin() + spec.all.cols);
-    mask.fixed.assign(order.begin() + spec.all.cols - spec.fixed.cols,
-                      order.begin() + spec.all.cols);
+    mask.all.assign(order.begin(), order.begin() + entry.all.cols);
+    mask.fixed.assign(order.begin() + entry.all.cols - entry.fixed.cols,
+                      order.begin() + entry.all.cols);
     const double inner = distance[mask.fixed.front()], outer = distance[mask.fixed.back()];
     std::sort(mask.all.begin(), mask.all.end());
     std::sort(mask.fixed.begin(), mask.fixed.end());
@@ -268,7 +268,7 @@ DemoRegionMask demoRegionMask(int region) {
 
 bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
     const fs::path root = fs::path(modelDir) / "BS";
-    for (const bs::RegionSpec& region : bs::kRegions) {
+    for (const bs::RegionEntry& region : bs::kRegions) {
         std::error_code ec;
         fs::create_directories(root / region.directory, ec);
         if (ec) {
@@ -278,13 +278,13 @@ bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
     }
     const detail::DemoFaceModel model;
     for (int f = 0; f < bs::kBackendFileCount; ++f) {
-        const bs::MatrixFileSpec& spec = bs::kBackendFiles[f];
-        const fs::path path = root / spec.name;
+        const bs::MatrixFileEntry& entry = bs::kBackendFiles[f];
+        const fs::path path = root / entry.name;
         if (f != bs::kBasisFile) {
-            if (!writeSet(path, spec, smallSet(f, model), error)) return false;
+            if (!writeSet(path, entry, smallSet(f, model), error)) return false;
             continue;
         }
-        if (!kestrel::meridian::writeMatrixFileRows(path.string(), spec.rows, spec.cols,
+        if (!kestrel::meridian::writeMatrixFileRows(path.string(), entry.rows, entry.cols,
                                                     [&](Index first, Index count, double* rows) {
                                                         model.basisRows(first, count, rows);
                                                     })) {
@@ -293,15 +293,15 @@ bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
         }
     }
     for (int r = 0; r < bs::kRegionCount; ++r) {
-        const bs::RegionSpec& spec = bs::kRegions[r];
-        const fs::path dir = root / spec.directory;
+        const bs::RegionEntry& entry = bs::kRegions[r];
+        const fs::path dir = root / entry.directory;
         const DemoRegionMask mask = demoRegionMask(r);
         std::vector<double> weights;
         for (int a = 0; a < 3; ++a)
             weights.insert(weights.end(), mask.weight.begin(), mask.weight.end());
-        if (!writeSet(dir / spec.all.name, spec.all, toDoubles(mask.all), error) ||
-            !writeSet(dir / spec.fixed.name, spec.fixed, toDoubles(mask.fixed), error) ||
-            !writeSet(dir / spec.weights.name, spec.weights, weights, error))
+        if (!writeSet(dir / entry.all.name, entry.all, toDoubles(mask.all), error) ||
+            !writeSet(dir / entry.fixed.name, entry.fixed, toDoubles(mask.fixed), error) ||
+            !writeSet(dir / entry.weights.name, entry.weights, weights, error))
             return false;
     }
     return true;
