@@ -145,26 +145,26 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
     const int listCount = static_cast<int>(list.size());
     const int cols = bs::kBackendFiles[f].cols;
     switch (f) {
-        case 0:
+        case 0:  // kp_86_h
             return toDoubles(keyPoints());
-        case 1:  // the front of the head
+        case 1:  // tri_h_used: the front of the head
             return trianglesBy(cols, [](const Vector3d& c) { return c.y(); });
-        case 2:  // the head without the neck
-        case 3:  // all but the bottom of the neck cap
+        case 2:  // tri_next_h: the head without the neck
+        case 3:  // tri_next: all but the bottom of the neck cap
             return trianglesBy(cols, [](const Vector3d& c) { return -c.z(); });
-        case 4:
+        case 4:  // vertex_h_used: the front
             return toDoubles(smallestBy(n, cols, y));
-        case 5:
+        case 5:  // the face model's mean
             return std::vector<double>(demoModelFace().data(),
                                        demoModelFace().data() + demoModelFace().size());
-        case 7:
+        case 7:  // its standard deviations
             return std::vector<double>(model.sigma().data(),
                                        model.sigma().data() + model.sigma().size());
-        case 8:
-        case 9:
-        case 10:
+        case 8:   // vertex_tavi_wh
+        case 9:   // vertex_std_male_wh
+        case 10:  // vertex_next_pca_m
             return vertexRows(v);
-        case 11: {  // a smaller head: 0.94 times the demo head about its centre
+        case 11: {  // vertex_next_pca_f: 0.94 times the demo head about its centre
             Eigen::Matrix3Xd smaller(3, n);
             const Vector3d centre = detail::headCentre();
             for (int id = 0; id < n; ++id)
@@ -172,13 +172,12 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
                     detail::roundToFloat(Vector3d(centre + 0.94 * (v.col(id) - centre)));
             return vertexRows(smaller);
         }
-        case 12:
+        case 12:  // idx_em: around the eyes and the mouth
+        case 13:  // idx_em_need_update: the nearest of them
             return toDoubles(smallestBy(n, cols, eyeMouth));
-        case 13:
-            return toDoubles(smallestBy(n, cols, eyeMouth));
-        case 14:
+        case 14:  // idx_em_in_face: those, as face-list positions
             return toDoubles(faceListPositions(smallestBy(n, cols, eyeMouth)));
-        case 15: {  // from each eye vertex to its socket sphere; 0 around the mouth
+        case 15: {  // diff_from_face_to_esle: eye vertex to socket sphere; 0 at the mouth
             const std::vector<int> ids = smallestBy(n, cols, eyeMouth);
             std::vector<double> rows(3 * ids.size(), 0.0);
             for (size_t k = 0; k < ids.size(); ++k) {
@@ -191,19 +190,19 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
             }
             return rows;
         }
-        case 16: {  // an even sample of the face list
+        case 16: {  // idx_in_face_used: an even sample of the face list
             std::vector<int> positions;
             for (int k = 0; k < cols; ++k) positions.push_back(k * (listCount / cols));
             return toDoubles(positions);
         }
-        case 17:
+        case 17:  // up: the face list
             return toDoubles(list);
-        case 18:
+        case 18:  // b4_mouth_h_idx
             return toDoubles(smallestBy(n, cols, mouth));
-        case 19:
+        case 19:  // b4_idx_backhead
             return toDoubles(smallestBy(n, cols, [&](int id) { return -y(id); }));
-        case 20:
-        case 23: {  // the lowest face vertices, and a weight rising with height
+        case 20:    // b4_idx_contout: the lowest face vertices,
+        case 23: {  // b4_weight_in: and a weight rising with height
             std::vector<int> ids;
             for (int i : smallestBy(listCount, cols, [&](int i) { return z(list[i]); }))
                 ids.push_back(list[i]);
@@ -215,15 +214,15 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
                 for (int id : ids) rows.push_back((z(id) - low) / (high - low));
             return rows;
         }
-        case 21:
+        case 21:  // b4_idx_fix_face_part: the front
             return toDoubles(smallestBy(n, cols, y));
-        case 22:
+        case 22:  // b4_shoulder_idx: the lowest vertices
             return toDoubles(smallestBy(n, cols, z));
-        case 24:
+        case 24:  // ue_idx_next_2_ue: the engine order
             return toDoubles(demoTopology().engineToHead);
-        case 25:
+        case 25:  // vertex_left (+x)
             return toDoubles(smallestBy(n, cols, [&](int id) { return -x(id); }));
-        case 26:
+        case 26:  // vertex_right
             return toDoubles(smallestBy(n, cols, x));
     }
     throw std::logic_error("demo blendshape data: no small set " + std::to_string(f));
