@@ -68,8 +68,8 @@ void writeZeroBackend(const std::string& modelDir) {
     auto write = [&](const fs::path& path, const bs::MatrixFileEntry& entry, double value) {
         fs::create_directories(path.parent_path());
         const std::vector<double> values(static_cast<size_t>(entry.rows) * entry.cols, value);
-        ASSERT_TRUE(
-            kestrel::meridian::writeMatrixFile(path.string(), entry.rows, entry.cols, values.data()));
+        ASSERT_TRUE(kestrel::meridian::writeMatrixFile(path.string(), entry.rows, entry.cols,
+                                                       values.data()));
     };
     for (int f = 0; f < bs::kBackendFileCount; ++f) {
         const bs::MatrixFileEntry& entry = bs::kBackendFiles[f];

@@ -120,7 +120,8 @@ MatrixFileStatus readMatrixFileRows(const std::string& path, int rows, int cols,
     File file;
     const MatrixFileStatus status = openChecked(path, rows, cols, file);
     if (status != MatrixFileStatus::ok) return status;
-    const Eigen::Index end = rowCount < 0 ? rows : std::min<Eigen::Index>(rows, firstRow + rowCount);
+    const Eigen::Index end =
+        rowCount < 0 ? rows : std::min<Eigen::Index>(rows, firstRow + rowCount);
     if (firstRow >= end || cols == 0) return status;
     const size_t rowValues = static_cast<size_t>(cols);
     const size_t blockRows = std::max<size_t>(1, kStreamBufferBytes / (rowValues * sizeof(double)));
