@@ -18,3 +18,4 @@ mkdir -p "$out"
 "$meridian" rgbd-select --landmarks /usr/share/dlib --capture "$out/capture" \
   --contact-sheet "$out/rgbd_choice.png"
 "$meridian" eyes --model "$model" --in "$model/sample_head.obj" --out-dir "$out/eyes"
+"$meridian" blendshapes --model "$model" --in "$model/sample_head.obj" --out-dir "$out/blendshapes"

@@ -18,7 +18,7 @@ class Cli : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         model_ = new TempDir();
-        const ToolRun demo = runTool("demo --out " + model_->str());
+        const ToolRun demo = runTool("demo --no-blendshapes --out " + model_->str());
         ASSERT_EQ(demo.exitCode, 0) << demo.output;
     }
     static void TearDownTestSuite() {

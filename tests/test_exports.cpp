@@ -39,6 +39,8 @@ const std::set<std::string> kExports = {
     "AI_Choose4RGBD_clear",
     "debug_test_RGBD_choose4",
 #endif
+    "AI_system_initDynamic_BS",
+    "AI_get_BS",
 };
 
 // Names of the defined global and weak symbols in an ELF64 file's dynamic

@@ -25,8 +25,10 @@
  * arrays, and no C++ exception leaves it: an exception inside an init call
  * gives that call's failure result, inside a run call 0.
  *
- * Threads: none inside. Calls of one kind (init, run, AI_system_over) must
- * not overlap.
+ * Threads: calls run on the caller's thread; the blendshape calls also
+ * spread their work over the processor's cores and wait for it, so nothing
+ * runs once a call has returned. Calls of one kind (init, run,
+ * AI_system_over) must not overlap.
  */
 #ifndef MERIDIAN_MERIDIAN_H
 #define MERIDIAN_MERIDIAN_H
@@ -409,6 +411,51 @@ MERIDIAN_API int32_t AI_Choose4RGBD_clear(void);
  * null path.
  */
 MERIDIAN_API int32_t debug_test_RGBD_choose4(const char* capture_dir);
+
+/* ------------------------------------------------------------------------
+ * Dynamic blendshapes
+ *
+ * One process-wide engine, no handle. From a neutral head it makes six
+ * shapes: 0 the head itself, then local deformations of 1 the left cheek
+ * ("gill_left"), 2 the right cheek, 3 the nose, 4 the left ear, 5 the right
+ * ear. Each is a 500-component face model fitted to the face under the
+ * region's constraints (the border follows the head, an anchor vertex is
+ * pushed away from the border by a fixed factor) and written into the region,
+ * blended with the head across the region's border. Vertices outside the
+ * region keep their position (up to the rounding of the face model's frame
+ * and back); vertices outside the face list keep theirs exactly.
+ * ------------------------------------------------------------------------ */
+
+/**
+ * Loads the blendshape data from model_dir + "/BS/" (appended as given, so a
+ * trailing slash doubles): 27 matrix files and, under "mask/", three files
+ * for each region, and factorises each region's fit. Replaces the previous
+ * engine (which stays allocated until AI_system_over). Prints
+ * "init backend datas" followed by model_dir, then
+ * "----load next info use time <milliseconds> ms".
+ *
+ * Returns 1. A missing data file prints "Unable to open file: <path>" and
+ * ends the process with exit code -1 (255); so does a file shorter than its
+ * shape needs (with a message naming it and both sizes). When a list names a
+ * vertex that does not exist, or a standard deviation is not positive, the
+ * file and entry are printed and no engine is kept (1 is still returned;
+ * AI_get_BS then returns 0). A null model_dir gives 0.
+ */
+MERIDIAN_API int64_t AI_system_initDynamic_BS(const char* model_dir);
+
+/**
+ * The six shapes of a head.
+ *
+ * head_vertices: 3 * 20481 floats, planar (x of vertex v at v, y at
+ *                20481 + v, z at 40962 + v).
+ * bs_out:        room for 6 * 3 * 20481 = 368658 floats: coordinate a of
+ *                vertex v of shape s at (3s + a) * 20481 + v.
+ *
+ * Returns 1. Returns 0 and writes nothing before AI_system_initDynamic_BS,
+ * after AI_system_over, after an init that returned 0, or for a null array.
+ * The same head always gives the same bits.
+ */
+MERIDIAN_API int64_t AI_get_BS(const float* head_vertices, float* bs_out);
 
 #ifdef __cplusplus
 }

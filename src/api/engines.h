@@ -7,6 +7,7 @@
 class TBNEngineGeneral;
 
 namespace kestrel::meridian {
+class CBlendshapeEngine;
 class CHeadConverter;
 class TBNEngineStd;
 class EyeballFitState;
@@ -28,5 +29,13 @@ Singleton<LandmarkModel>& landmarkModel();  // defined with the frame-selection 
 Singleton<EyeballFitState>& eyeballFitState();
 Registry<CKOVAEyeballAligner>& eyeballAligners();
 Registry<CKOVAEyelashAligner>& eyelashAligners();
+/// The blendshape state: made by every init, holding the engine when it
+/// loaded.
+struct BlendshapeState {
+    std::unique_ptr<CBlendshapeEngine> engine;
+};
+Singleton<BlendshapeState>& blendshapeState();
+/// The 16-bit word kept beside the blendshape state (0 after init).
+Singleton<uint16_t>& blendshapeFlagWord();
 
 }  // namespace kestrel::meridian::api

@@ -3,6 +3,7 @@
 #include "eyes/eyeball_aligner.h"
 #include "eyes/eyeball_fit_state.h"
 #include "eyes/eyelash_aligner.h"
+#include "blendshape/blendshape_engine.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
 #if defined(MERIDIAN_WITH_RGBD)
@@ -43,6 +44,16 @@ Registry<CKOVAEyelashAligner>& eyelashAligners() {
     return registry;
 }
 
+Singleton<BlendshapeState>& blendshapeState() {
+    static Singleton<BlendshapeState> state;
+    return state;
+}
+
+Singleton<uint16_t>& blendshapeFlagWord() {
+    static Singleton<uint16_t> word;
+    return word;
+}
+
 }  // namespace kestrel::meridian::api
 
 using namespace kestrel::meridian::api;
@@ -51,6 +62,8 @@ extern "C" MERIDIAN_API int AI_system_over(void) {
     // Singletons first, then the registries, in this order.
     eyeballFitState().reset();
     fixedTangentFrameEngine().reset();
+    blendshapeState().reset();
+    blendshapeFlagWord().reset();
 #if defined(MERIDIAN_WITH_RGBD)
     landmarkModel().reset();  // the frame buckets stay until AI_Choose4RGBD_clear
 #endif

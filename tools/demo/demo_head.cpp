@@ -101,26 +101,10 @@ std::vector<int> buildFaceList(const Eigen::Matrix3Xd& v) {
 /// Local shape change of the sample head: bumps along the ray from the head
 /// centre with compact support, so they vanish exactly away from their
 /// centres (in particular at the landmarks and the eye sockets).
-struct LocalBump {
-    double centre[3];
-    double reach;
-    double amplitude;
-};
-
-constexpr LocalBump kSampleBumps[] = {
-    {{0, -21, -22}, 7, 2.0},    // longer nose
-    {{0, -13, -42}, 8, 1.5},    // stronger chin
-    {{20, -2, -34}, 10, 1.2},   // wider jaw, left
-    {{-20, -2, -34}, 10, 1.2},  // wider jaw, right
-    {{29, 16, -12}, 8, -1.2},   // flatter ear, left
-    {{-29, 16, -12}, 8, -1.2},  // flatter ear, right
-    {{0, 25, 30}, 20, 2.0},     // higher crown
-};
-
 Vector3d localChange(const Vector3d& p) {
     const Vector3d outward = (p - detail::headCentre()).normalized();
     double push = 0;
-    for (const LocalBump& bump : kSampleBumps) {
+    for (const FeatureChange& bump : sampleFeatureChanges()) {
         const Vector3d centre(bump.centre[0], bump.centre[1], bump.centre[2]);
         const double t = (p - centre).squaredNorm() / (bump.reach * bump.reach);
         if (t < 1) push += bump.amplitude * std::pow(1 - t, 3);
@@ -132,6 +116,19 @@ Vector3d localChange(const Vector3d& p) {
 
 const DemoHead& demoHead() {
     return builtHead().head;
+}
+
+const std::vector<FeatureChange>& sampleFeatureChanges() {
+    static const std::vector<FeatureChange> changes = {
+        {{0, -21, -22}, 7, 2.0},    // longer nose
+        {{0, -13, -42}, 8, 1.5},    // stronger chin
+        {{20, -2, -34}, 10, 1.2},   // wider jaw, left
+        {{-20, -2, -34}, 10, 1.2},  // wider jaw, right
+        {{29, 16, -12}, 8, -1.2},   // flatter ear, left
+        {{-29, 16, -12}, 8, -1.2},  // flatter ear, right
+        {{0, 25, 30}, 20, 2.0},     // higher crown
+    };
+    return changes;
 }
 
 const SocketSphere& socketSphere(int eye) {

@@ -51,6 +51,19 @@ Eigen::Matrix3Xd landmarkPositions();
 /// cheek, the nose tip and the left and right ear.
 const std::vector<int>& faceVertexList();
 
+/// A local change of one facial feature: points within `reach` of `centre`
+/// move along the ray from the head centre by
+/// amplitude * (1 - |p - centre|^2 / reach^2)^3.
+struct FeatureChange {
+    double centre[3];
+    double reach;
+    double amplitude;
+};
+
+/// The feature changes that make the sample head another person (nose,
+/// chin, jaw, ears, crown); the demo face model varies along them too.
+const std::vector<FeatureChange>& sampleFeatureChanges();
+
 /// The shape change that turns the demo head into the sample head: sample =
 /// scale * rotation * (demo + local change) + translation, where the local
 /// change (nose, jaw, chin, ears, crown) is exactly zero near the landmarks
@@ -67,9 +80,16 @@ const SampleMotion& sampleMotion();
 /// 20481, float-valued: the demo head changed by sampleMotion().
 Eigen::Matrix3Xd sampleHead();
 
-/// Writes the whole demo model directory (creating `dir` and its
+/// What writeDemoModel writes beyond the files every task reads.
+struct DemoModelOptions {
+    /// The blendshape data ("BS/", 229 MB, a few tenths of a second).
+    bool blendshapes = false;
+};
+
+/// Writes the demo model directory (creating `dir` and its
 /// subdirectories). On failure returns false and says why in `error`.
 /// The files are byte-identical from run to run.
-bool writeDemoModel(const std::string& dir, std::string& error);
+bool writeDemoModel(const std::string& dir, std::string& error,
+                    const DemoModelOptions& options = {});
 
 }  // namespace meridian::demo

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "demo/blendshape_demo.h"
 #include "demo/demo_model.h"
 #include "demo/eye_model.h"
 #include "demo/head_topology.h"
@@ -112,7 +113,7 @@ Eigen::Matrix3Xd gatherColumns(const Eigen::Matrix3Xd& source, const std::vector
 
 }  // namespace
 
-bool writeDemoModel(const std::string& dir, std::string& error) {
+bool writeDemoModel(const std::string& dir, std::string& error, const DemoModelOptions& options) {
     const fs::path root(dir);
     std::error_code ec;
     fs::create_directories(root / "TBN", ec);
@@ -142,7 +143,8 @@ bool writeDemoModel(const std::string& dir, std::string& error) {
     };
     for (const auto& [name, text] : files)
         if (!writeFile(root / name, text, error)) return false;
-    return writeDemoEyeModel(dir, error);
+    if (!writeDemoEyeModel(dir, error)) return false;
+    return !options.blendshapes || writeBlendshapeDemoData(dir, error);
 }
 
 }  // namespace meridian::demo

@@ -10,5 +10,6 @@ void addSwapCommand(CLI::App& app);
 void addTbnCommand(CLI::App& app);
 void addEyesCommand(CLI::App& app);
 void addRgbdCommands(CLI::App& app);
+void addBlendshapesCommand(CLI::App& app);
 
 }  // namespace meridian::cli

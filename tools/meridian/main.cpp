@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
     meridian::cli::addTbnCommand(app);
     meridian::cli::addEyesCommand(app);
     meridian::cli::addRgbdCommands(app);
+    meridian::cli::addBlendshapesCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

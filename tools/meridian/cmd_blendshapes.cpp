@@ -1,0 +1,128 @@
+// `meridian blendshapes`: the six dynamic blendshapes of a head as OBJ
+// files, and a picture of them side by side.
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "blendshape/blendshape_engine.h"
+#include "blendshape_sheet.h"
+#include "cli_common.h"
+#include "commands.h"
+#include "io/mesh_readers.h"
+#include "io/planar.h"
+
+namespace meridian::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+using kestrel::meridian::CBlendshapeEngine;
+namespace bs = kestrel::meridian::blendshape;
+
+struct BlendshapeOptions {
+    std::string model;
+    std::string in;
+    std::string outDir;
+};
+
+constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
+
+std::string shapeName(int s) {
+    return s == 0 ? "neutral" : bs::kRegions[s - 1].name;
+}
+
+void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
+    std::ofstream out(path, std::ios::binary);
+    char line[96];
+    for (Eigen::Index v = 0; v < vertices.cols(); ++v) {
+        std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", vertices(0, v), vertices(1, v),
+                      vertices(2, v));
+        out << line;
+    }
+    if (!out.flush()) throw CommandError("cannot write " + path);
+}
+
+std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
+    std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
+    const auto start = std::chrono::steady_clock::now();
+    bs::LoadError error;
+    std::unique_ptr<CBlendshapeEngine> engine = CBlendshapeEngine::load(modelDir, error);
+    if (!engine) {
+        std::cout << std::endl;
+        throw CommandError("cannot load the blendshape data: " + error.message);
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    std::cout << " done in " << took.count() << " s" << std::endl;
+    return engine;
+}
+
+void runBlendshapes(const BlendshapeOptions& options) {
+    requireModelDirectory(options.model);
+    const std::vector<float> head = readHeadPlanar(options.in);
+    std::error_code ec;
+    fs::create_directories(options.outDir, ec);
+    if (ec || !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
+
+    const std::unique_ptr<CBlendshapeEngine> engine = loadEngine(options.model);
+    // The double path gives the same values the C interface narrows.
+    const CBlendshapeEngine::Shapes shapes = engine->generate(
+        kestrel::meridian::planarToVertices(head.data(), CBlendshapeEngine::kHeadVertexCount));
+
+    const std::string templatePath = options.model + kTemplateFile;
+    const bool haveTemplate = fs::is_regular_file(templatePath);
+    for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s) {
+        const std::string path =
+            (fs::path(options.outDir) / ("bs_" + std::to_string(s) + "_" + shapeName(s) + ".obj"))
+                .string();
+        if (haveTemplate) {
+            if (!kestrel::meridian::rewriteObjVertexLines(templatePath, path, shapes[s]))
+                throw CommandError("cannot write " + path);
+        } else {
+            writeVertexObj(path, shapes[s]);
+        }
+    }
+    std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
+              << (haveTemplate ? "" : " (vertices only: no template mesh " + templatePath + ")")
+              << std::endl;
+    if (!haveTemplate) return;
+
+    const Eigen::MatrixXd faces = kestrel::meridian::readObj(templatePath).faces;
+    if (faces.rows() != 3) throw CommandError("template mesh without faces: " + templatePath);
+    const Eigen::Matrix3Xi zeroBased = (faces.array() - 1.0).cast<int>().matrix();
+    // The ears are seen from their own side, everything else from the front.
+    const Eigen::Vector3d front(0, -1, 0), left(1, 0, 0), right(-1, 0, 0);
+    const Eigen::Vector3d views[] = {front, front, front, front, left, right};
+    std::vector<SheetPanel> panels;
+    for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s)
+        panels.push_back({std::to_string(s) + " " + shapeName(s), shapes[s], views[s]});
+    const std::string picture = (fs::path(options.outDir) / "blendshapes.png").string();
+    writeBlendshapeSheet(picture, panels, zeroBased);
+    std::cout << "wrote " << picture << std::endl;
+}
+
+}  // namespace
+
+void addBlendshapesCommand(CLI::App& app) {
+    auto options = std::make_shared<BlendshapeOptions>();
+    CLI::App* command = app.add_subcommand(
+        "blendshapes",
+        "Dynamic blendshapes of a template-topology head: the head and five local deformations "
+        "(cheeks, nose, ears) as OBJ files, and a picture of them");
+    command->add_option("--model", options->model, "Model directory (holds BS/ and TBN/)")
+        ->required();
+    command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
+        ->required();
+    command
+        ->add_option("--out-dir", options->outDir,
+                     "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing)")
+        ->required();
+    command->callback([options] { runBlendshapes(*options); });
+}
+
+}  // namespace meridian::cli
