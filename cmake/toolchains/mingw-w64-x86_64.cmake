@@ -9,8 +9,10 @@ set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(MERIDIAN_MINGW_TRIPLE x86_64-w64-mingw32)
 
-set(CMAKE_C_COMPILER ${MERIDIAN_MINGW_TRIPLE}-gcc)
-set(CMAKE_CXX_COMPILER ${MERIDIAN_MINGW_TRIPLE}-g++)
+# The posix thread model: the blendshape engine runs its regions on
+# std::thread, which the win32 model of this compiler lacks.
+set(CMAKE_C_COMPILER ${MERIDIAN_MINGW_TRIPLE}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${MERIDIAN_MINGW_TRIPLE}-g++-posix)
 set(CMAKE_RC_COMPILER ${MERIDIAN_MINGW_TRIPLE}-windres)
 
 set(CMAKE_FIND_ROOT_PATH /usr/${MERIDIAN_MINGW_TRIPLE})
