@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "blendshape/backend_files.h"
 #include "eyes/aligner_data.h"
 #include "io/correspondence.h"
 #include "io/planar.h"
@@ -13,6 +14,7 @@ namespace meridian::exporter {
 namespace {
 
 namespace km = kestrel::meridian;
+namespace bs = kestrel::meridian::blendshape;
 
 constexpr Eigen::Index kTemplateVertexCount = 20481;
 constexpr size_t kShapeFloats = 3 * kTemplateVertexCount;
@@ -152,7 +154,7 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
                                   AssetPart::kBlendshapes);
             // Shape 0 is the head itself; each region's shape goes through the
             // same swap as the head.
-            for (size_t s = 1; s <= kTargetNames.size(); ++s)
+            for (size_t s = 1; s <= bs::kRegions.size(); ++s)
                 shapes.push_back(swap(all.data() + s * kShapeFloats));
         });
 
@@ -176,7 +178,7 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
                 toGltf(km::planarToVertices(shapes[s].data(), head_.count));
             const Eigen::Matrix3Xd normals =
                 seamlessNormals(shape, head_.layout.faces, head_.copyOf);
-            node.targets.push_back({kTargetNames[s], (shape - base).cast<float>(),
+            node.targets.push_back({bs::kRegions[s].name, (shape - base).cast<float>(),
                                     (normals - baseNormals).cast<float>()});
         }
     });

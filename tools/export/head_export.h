@@ -19,14 +19,10 @@ namespace meridian::exporter {
 
 struct ExportSettings {
     std::string modelDir;
-    bool blendshapes = true;  ///< morph targets from "BS/"
+    bool blendshapes = true;  ///< morph targets from "BS/", named as the regions
     bool eyes = true;         ///< eyeball and eyelash nodes
     ModelToGltf transform;
 };
-
-/// The morph targets' names, in the order of the blendshape regions.
-inline constexpr std::array<const char*, 5> kTargetNames = {"gill_left", "gill_right", "nose",
-                                                            "ear_left", "ear_right"};
 
 /// Runs the export. The library's engines are process-wide, so only one
 /// exporter may exist at a time, and nothing else in the process may use the
