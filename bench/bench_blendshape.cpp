@@ -31,28 +31,11 @@ namespace {
 namespace bs = kestrel::meridian::blendshape;
 namespace fs = std::filesystem;
 using kestrel::meridian::CBlendshapeEngine;
+using meridian::bench::QuietStdout;
 using meridian::bench::sampleHeadPlanar;
 
-/// The demo model with its blendshape data, written once per process.
-struct BlendshapeModelDir {
-    BlendshapeModelDir() : path(fs::temp_directory_path() / "meridian-bench-blendshape-demo") {
-        std::string error;
-        meridian::demo::DemoModelOptions options;
-        options.blendshapes = true;
-        if (!meridian::demo::writeDemoModel(path.string(), error, options))
-            throw std::runtime_error("demo model: " + error);
-    }
-    ~BlendshapeModelDir() {
-        std::error_code ignored;
-        fs::remove_all(path, ignored);
-    }
-    fs::path path;
-};
-
 const std::string& modelDir() {
-    static const BlendshapeModelDir dir;
-    static const std::string path = dir.path.string();
-    return path;
+    return meridian::bench::blendshapeModelDir();
 }
 
 std::string basisPath() {
@@ -75,28 +58,6 @@ int64_t rowBytesPerCall(const CBlendshapeEngine& engine) {
                         bs::RegionFit::rowVertices(engine.data().definitions[r]).size());
     return rows * bs::kComponentCount * static_cast<int64_t>(sizeof(double));
 }
-
-/// Standard output sent to /dev/null while alive (the init's messages).
-class QuietStdout {
-  public:
-#if !defined(_WIN32)
-    QuietStdout() {
-        std::fflush(stdout);
-        saved_ = dup(STDOUT_FILENO);
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        close(null);
-    }
-    ~QuietStdout() {
-        std::fflush(stdout);
-        dup2(saved_, STDOUT_FILENO);
-        close(saved_);
-    }
-
-  private:
-    int saved_;
-#endif
-};
 
 /// A field of /proc/self/status in MB ("VmRSS", "VmHWM"), 0 elsewhere.
 double statusMegabytes(const std::string& field) {

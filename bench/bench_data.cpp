@@ -1,5 +1,11 @@
 #include "bench_data.h"
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+#include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 
@@ -13,9 +19,11 @@ namespace fs = std::filesystem;
 namespace {
 
 struct DemoModelDir {
-    DemoModelDir() : path(fs::temp_directory_path() / "meridian-bench-demo") {
+    DemoModelDir(const char* name, bool blendshapes) : path(fs::temp_directory_path() / name) {
         std::string error;
-        if (!demo::writeDemoModel(path.string(), error))
+        demo::DemoModelOptions options;
+        options.blendshapes = blendshapes;
+        if (!demo::writeDemoModel(path.string(), error, options))
             throw std::runtime_error("demo model: " + error);
     }
     ~DemoModelDir() {
@@ -28,7 +36,13 @@ struct DemoModelDir {
 }  // namespace
 
 const std::string& demoModelDir() {
-    static const DemoModelDir dir;
+    static const DemoModelDir dir("meridian-bench-demo", false);
+    static const std::string path = dir.path.string();
+    return path;
+}
+
+const std::string& blendshapeModelDir() {
+    static const DemoModelDir dir("meridian-bench-blendshape-demo", true);
     static const std::string path = dir.path.string();
     return path;
 }
@@ -42,5 +56,24 @@ const std::vector<float>& sampleHeadPlanar() {
     }();
     return head;
 }
+
+#if !defined(_WIN32)
+QuietStdout::QuietStdout() {
+    std::fflush(stdout);
+    saved_ = dup(STDOUT_FILENO);
+    const int null = open("/dev/null", O_WRONLY);
+    dup2(null, STDOUT_FILENO);
+    close(null);
+}
+
+QuietStdout::~QuietStdout() {
+    std::fflush(stdout);
+    dup2(saved_, STDOUT_FILENO);
+    close(saved_);
+}
+#else
+QuietStdout::QuietStdout() = default;
+QuietStdout::~QuietStdout() = default;
+#endif
 
 }  // namespace meridian::bench

@@ -19,3 +19,6 @@ mkdir -p "$out"
   --contact-sheet "$out/rgbd_choice.png"
 "$meridian" eyes --model "$model" --in "$model/sample_head.obj" --out-dir "$out/eyes"
 "$meridian" blendshapes --model "$model" --in "$model/sample_head.obj" --out-dir "$out/blendshapes"
+# Last: the sample head as one glTF 2.0 asset, and a picture of it read back.
+"$meridian" export --model "$model" --in "$model/sample_head.obj" --out "$out/head.glb" \
+  --preview "$out/head.png"

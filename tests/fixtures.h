@@ -71,9 +71,9 @@ struct ToolRun {
     std::string output;  ///< stdout and stderr together
 };
 
-/// Runs the built `meridian` tool with `arguments` (a shell command line).
-inline ToolRun runTool(const std::string& arguments) {
-    const std::string command = std::string(MERIDIAN_CLI_PATH) + " " + arguments + " 2>&1";
+/// Runs a shell command line, its standard error joined to its output.
+inline ToolRun runCommand(const std::string& commandLine) {
+    const std::string command = commandLine + " 2>&1";
     ToolRun run;
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return run;
@@ -83,6 +83,11 @@ inline ToolRun runTool(const std::string& arguments) {
     const int status = pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
+}
+
+/// Runs the built `meridian` tool with `arguments` (a shell command line).
+inline ToolRun runTool(const std::string& arguments) {
+    return runCommand(std::string(MERIDIAN_CLI_PATH) + " " + arguments);
 }
 
 /// Deterministic planar head: 3 * 20481 floats in a plausible range.

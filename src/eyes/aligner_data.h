@@ -30,6 +30,29 @@ struct AlignerFiles {
     const char* rightVertices;    ///< mesh vertices of the right side
 };
 
+/// The eyeball aligner's files (its optional weight files aside).
+inline constexpr AlignerFiles kEyeballAlignerFiles = {
+    "eyeball/eyeball_tri.obj",
+    "eyeball/idx_head2eyeball.corresp",
+    "eyeball/idx_head2eyeball_left.corresp",
+    "eyeball/idx_head2eyeball_right.corresp",
+    "eyeball/idx_eyeball2ue4.corresp",
+    "eyeball/idx_eyeball_left.txt",
+    "eyeball/idx_eyeball_right.txt",
+};
+
+/// The eyelash aligner's files, and its blendshape.
+inline constexpr AlignerFiles kEyelashAlignerFiles = {
+    "eyelash/eyelash_tri.obj",
+    "eyelash/idx_head2eyelash.corresp",
+    "eyelash/idx_head2eyelash_left.corresp",
+    "eyelash/idx_head2eyelash_right.corresp",
+    "eyelash/idx_eyelash2ue4.corresp",
+    "eyelash/idx_eyelash_left.txt",
+    "eyelash/idx_eyelash_right.txt",
+};
+inline constexpr const char* kEyelashBlendshapeFile = "eyelash/eyelash_bs01.obj";
+
 /// `dir` / `name` with a separator inserted when `dir` lacks one.
 std::string joinModelPath(const std::string& dir, const char* name);
 

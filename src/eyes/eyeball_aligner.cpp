@@ -6,15 +6,6 @@ namespace kestrel::meridian {
 
 namespace {
 
-constexpr AlignerFiles kEyeballFiles = {
-    "eyeball/eyeball_tri.obj",
-    "eyeball/idx_head2eyeball.corresp",
-    "eyeball/idx_head2eyeball_left.corresp",
-    "eyeball/idx_head2eyeball_right.corresp",
-    "eyeball/idx_eyeball2ue4.corresp",
-    "eyeball/idx_eyeball_left.txt",
-    "eyeball/idx_eyeball_right.txt",
-};
 constexpr const char* kLeftWeights = "eyeball/w_head2eyeball_left.corresp";
 constexpr const char* kRightWeights = "eyeball/w_head2eyeball_right.corresp";
 
@@ -24,7 +15,7 @@ enum HeadUser : size_t { kWhole = 0, kLeft = 1, kRight = 2 };
 
 bool CKOVAEyeballAligner::init(const std::string& modelDir) {
     const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
-    const AlignerFiles& f = kEyeballFiles;
+    const AlignerFiles& f = kEyeballAlignerFiles;
     if (!loadCorrespondence(tavi2head_, path("idx_tavi2head.corresp"))) return false;
     if (!loadAlignerMesh(path(f.mesh), eyeballMesh_)) return false;
     if (!loadCorrespondence(head2eyeball_, path(f.headToMesh))) return false;

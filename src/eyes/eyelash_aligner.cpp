@@ -6,17 +6,6 @@ namespace kestrel::meridian {
 
 namespace {
 
-constexpr AlignerFiles kEyelashFiles = {
-    "eyelash/eyelash_tri.obj",
-    "eyelash/idx_head2eyelash.corresp",
-    "eyelash/idx_head2eyelash_left.corresp",
-    "eyelash/idx_head2eyelash_right.corresp",
-    "eyelash/idx_eyelash2ue4.corresp",
-    "eyelash/idx_eyelash_left.txt",
-    "eyelash/idx_eyelash_right.txt",
-};
-constexpr const char* kBlendshapeFile = "eyelash/eyelash_bs01.obj";
-
 /// Column after column: x y z of entry 0, then of entry 1, ...
 Eigen::Map<const Eigen::VectorXd> flattened(const Eigen::Matrix3Xd& points) {
     return Eigen::Map<const Eigen::VectorXd>(points.data(), points.size());
@@ -26,10 +15,10 @@ Eigen::Map<const Eigen::VectorXd> flattened(const Eigen::Matrix3Xd& points) {
 
 bool CKOVAEyelashAligner::init(const std::string& modelDir) {
     const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
-    const AlignerFiles& f = kEyelashFiles;
+    const AlignerFiles& f = kEyelashAlignerFiles;
     if (!loadCorrespondence(tavi2head_, path("idx_tavi2head.corresp"))) return false;
     if (!loadAlignerMesh(path(f.mesh), eyeballMesh_)) return false;
-    if (!loadAlignerMesh(path(kBlendshapeFile), blendMesh_)) return false;
+    if (!loadAlignerMesh(path(kEyelashBlendshapeFile), blendMesh_)) return false;
     if (!loadCorrespondence(head2eyeball_, path(f.headToMesh))) return false;
     if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft))) return false;
     if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight))) return false;
@@ -38,7 +27,7 @@ bool CKOVAEyelashAligner::init(const std::string& modelDir) {
     if (!loadIndexList(idxEyeballRight_, path(f.rightVertices))) return false;
 
     if (blendMesh_.vertices.cols() != eyeballMesh_.vertices.cols()) {
-        std::cout << path(kBlendshapeFile) << ": " << blendMesh_.vertices.cols()
+        std::cout << path(kEyelashBlendshapeFile) << ": " << blendMesh_.vertices.cols()
                   << " vertices, but " << path(f.mesh) << " has " << eyeballMesh_.vertices.cols()
                   << std::endl;
         return false;

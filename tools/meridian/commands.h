@@ -11,5 +11,6 @@ void addTbnCommand(CLI::App& app);
 void addEyesCommand(CLI::App& app);
 void addRgbdCommands(CLI::App& app);
 void addBlendshapesCommand(CLI::App& app);
+void addExportCommand(CLI::App& app);
 
 }  // namespace meridian::cli

@@ -5,19 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <Eigen/Core>
+#include "mesh_render.h"
 
 namespace meridian::cli {
-
-/// One mesh of the picture, drawn in one colour, flat shaded.
-struct PreviewLayer {
-    Eigen::Matrix3Xd vertices;  ///< 3 by #V
-    Eigen::Matrix3Xi faces;     ///< 3 by #F, 0-based
-    Eigen::Vector3d colour;     ///< red, green, blue in 0..1
-    /// Drawn in front of earlier layers that lie up to this far in front of
-    /// it, so an eye that fills its socket is not lost in the lid surface.
-    double depthBias = 0.0;
-};
 
 /// Renders the layers orthographically from the front (from -y, x to the
 /// right, z up) and from the side (from -x, the face to the right): two

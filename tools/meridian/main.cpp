@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     meridian::cli::addEyesCommand(app);
     meridian::cli::addRgbdCommands(app);
     meridian::cli::addBlendshapesCommand(app);
+    meridian::cli::addExportCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -1,0 +1,81 @@
+// The whole head export of the demo sample head through the C interface, as
+// `meridian export` runs it: with the blendshape data already loaded (the
+// engines built once, outside the timed loop), without the blendshapes, and
+// from a cold start (model check and every engine loaded per iteration).
+// Counters give each stage's share of the time in percent.
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "bench_data.h"
+#include "export/head_export.h"
+
+namespace {
+
+namespace ex = meridian::exporter;
+using meridian::bench::QuietStdout;
+
+ex::ExportSettings settings(bool blendshapes) {
+    ex::ExportSettings s;
+    s.modelDir =
+        blendshapes ? meridian::bench::blendshapeModelDir() : meridian::bench::demoModelDir();
+    s.blendshapes = blendshapes;
+    return s;
+}
+
+/// The asset of the sample head as .glb bytes in memory; the time of each
+/// stage is added to `seconds`.
+size_t exportOnce(const ex::HeadExporter& exporter, std::map<std::string, double>& seconds) {
+    ex::StageLog log;
+    const ex::HeadAsset asset = exporter.run(meridian::bench::sampleHeadPlanar(), log);
+    std::ostringstream glb;
+    log.run("glTF", [&] { ex::writeGlb(ex::buildGltfModel(asset), glb); });
+    for (const ex::StageTime& t : log.times()) seconds[t.name] += t.seconds;
+    return glb.str().size();
+}
+
+void reportShares(benchmark::State& state, const std::map<std::string, double>& seconds) {
+    double total = 0;
+    for (const auto& [name, s] : seconds) total += s;
+    for (const auto& [name, s] : seconds) state.counters[name + " %"] = 100.0 * s / total;
+}
+
+void exportLoaded(benchmark::State& state, bool blendshapes) {
+    ex::StageLog loading;
+    QuietStdout quiet;
+    const ex::HeadExporter exporter(settings(blendshapes), loading);
+    std::map<std::string, double> seconds;
+    size_t bytes = 0;
+    for (auto _ : state) bytes = exportOnce(exporter, seconds);
+    reportShares(state, seconds);
+    state.counters["MB"] = bytes / 1e6;
+}
+
+void BM_ExportBlendshapesLoaded(benchmark::State& state) {
+    exportLoaded(state, true);
+}
+
+void BM_ExportWithoutBlendshapes(benchmark::State& state) {
+    exportLoaded(state, false);
+}
+
+void BM_ExportCold(benchmark::State& state) {
+    meridian::bench::blendshapeModelDir();  // written before the clock starts
+    std::map<std::string, double> seconds;
+    for (auto _ : state) {
+        QuietStdout quiet;
+        ex::StageLog loading;
+        const ex::HeadExporter exporter(settings(true), loading);
+        for (const ex::StageTime& t : loading.times()) seconds[t.name] += t.seconds;
+        exportOnce(exporter, seconds);
+    }
+    reportShares(state, seconds);
+}
+
+}  // namespace
+
+BENCHMARK(BM_ExportBlendshapesLoaded)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ExportWithoutBlendshapes)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ExportCold)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();

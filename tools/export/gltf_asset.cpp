@@ -1,0 +1,151 @@
+#include "gltf_asset.h"
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <ostream>
+
+namespace meridian::exporter {
+
+namespace {
+
+/// Appends arrays to the model's one buffer, each with its own view and
+/// accessor.
+class BufferWriter {
+  public:
+    explicit BufferWriter(tinygltf::Model& model) : model_(model) {
+        if (model_.buffers.empty()) model_.buffers.emplace_back();
+    }
+
+    /// Floats, `width` per element (column after column of a 2 or 3 by #V
+    /// matrix); with `bounds`, the accessor carries their min and max.
+    template <int Rows>
+    int floats(const Eigen::Matrix<float, Rows, Eigen::Dynamic>& values, bool bounds) {
+        const int accessor =
+            add(values.data(), values.size() * sizeof(float), TINYGLTF_COMPONENT_TYPE_FLOAT,
+                Rows == 2 ? TINYGLTF_TYPE_VEC2 : TINYGLTF_TYPE_VEC3, values.cols(),
+                TINYGLTF_TARGET_ARRAY_BUFFER);
+        if (bounds && values.cols() > 0) {
+            tinygltf::Accessor& a = model_.accessors[static_cast<size_t>(accessor)];
+            for (int r = 0; r < Rows; ++r) {
+                a.minValues.push_back(values.row(r).minCoeff());
+                a.maxValues.push_back(values.row(r).maxCoeff());
+            }
+        }
+        return accessor;
+    }
+
+    /// Triangle corners as unsigned 32-bit indices.
+    int indices(const Eigen::Matrix3Xi& faces) {
+        const Eigen::Matrix<uint32_t, 3, Eigen::Dynamic> corners = faces.cast<uint32_t>();
+        return add(corners.data(), corners.size() * sizeof(uint32_t),
+                   TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT, TINYGLTF_TYPE_SCALAR, corners.size(),
+                   TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
+    }
+
+  private:
+    int add(const void* data, size_t bytes, int componentType, int type, Eigen::Index count,
+            int target) {
+        std::vector<unsigned char>& buffer = model_.buffers[0].data;
+        // Every component here is 4 bytes wide, so views stay aligned.
+        buffer.resize((buffer.size() + 3) / 4 * 4);
+        tinygltf::BufferView view;
+        view.buffer = 0;
+        view.byteOffset = buffer.size();
+        view.byteLength = bytes;
+        view.target = target;
+        buffer.resize(buffer.size() + bytes);
+        std::memcpy(buffer.data() + view.byteOffset, data, bytes);
+        model_.bufferViews.push_back(view);
+
+        tinygltf::Accessor accessor;
+        accessor.bufferView = static_cast<int>(model_.bufferViews.size()) - 1;
+        accessor.componentType = componentType;
+        accessor.type = type;
+        accessor.count = static_cast<size_t>(count);
+        model_.accessors.push_back(accessor);
+        return static_cast<int>(model_.accessors.size()) - 1;
+    }
+
+    tinygltf::Model& model_;
+};
+
+int materialFor(const Surface& surface, tinygltf::Model& model,
+                std::map<std::string, int>& materials) {
+    const auto found = materials.find(surface.name);
+    if (found != materials.end()) return found->second;
+    tinygltf::Material material;
+    material.name = surface.name;
+    material.pbrMetallicRoughness.baseColorFactor.assign(surface.baseColour.data(),
+                                                         surface.baseColour.data() + 4);
+    material.pbrMetallicRoughness.metallicFactor = 0.0;
+    material.pbrMetallicRoughness.roughnessFactor = surface.roughness;
+    material.doubleSided = surface.doubleSided;
+    model.materials.push_back(material);
+    return materials[surface.name] = static_cast<int>(model.materials.size()) - 1;
+}
+
+int addMeshNode(const MeshNode& part, tinygltf::Model& model, BufferWriter& writer,
+                std::map<std::string, int>& materials) {
+    tinygltf::Primitive primitive;
+    primitive.mode = TINYGLTF_MODE_TRIANGLES;
+    primitive.attributes["POSITION"] = writer.floats(part.positions, true);
+    primitive.attributes["NORMAL"] = writer.floats(part.normals, false);
+    if (part.uvs.cols() > 0) primitive.attributes["TEXCOORD_0"] = writer.floats(part.uvs, false);
+    primitive.indices = writer.indices(part.faces);
+    primitive.material = materialFor(part.surface, model, materials);
+
+    tinygltf::Mesh mesh;
+    mesh.name = part.name;
+    tinygltf::Value::Array targetNames;
+    for (const MorphTarget& target : part.targets) {
+        primitive.targets.push_back({{"POSITION", writer.floats(target.positionOffsets, true)},
+                                     {"NORMAL", writer.floats(target.normalOffsets, false)}});
+        targetNames.emplace_back(target.name);
+        mesh.weights.push_back(0.0);
+    }
+    if (!targetNames.empty())
+        mesh.extras = tinygltf::Value(
+            tinygltf::Value::Object{{"targetNames", tinygltf::Value(std::move(targetNames))}});
+    mesh.primitives.push_back(primitive);
+    model.meshes.push_back(mesh);
+
+    tinygltf::Node node;
+    node.name = part.name;
+    node.mesh = static_cast<int>(model.meshes.size()) - 1;
+    if (!part.translation.isZero())
+        node.translation.assign(part.translation.data(), part.translation.data() + 3);
+    node.extras = part.extras;
+    model.nodes.push_back(node);
+    return static_cast<int>(model.nodes.size()) - 1;
+}
+
+}  // namespace
+
+tinygltf::Model buildGltfModel(const HeadAsset& asset) {
+    tinygltf::Model model;
+    model.asset.version = "2.0";
+    model.asset.generator = "meridian export";
+    model.asset.extras = asset.extras;
+    BufferWriter writer(model);
+    std::map<std::string, int> materials;
+
+    const int head = addMeshNode(asset.head, model, writer, materials);
+    for (const MeshNode& part : asset.parts) {
+        const int child = addMeshNode(part, model, writer, materials);
+        model.nodes[static_cast<size_t>(head)].children.push_back(child);
+    }
+    tinygltf::Scene scene;
+    scene.name = asset.head.name;
+    scene.nodes.push_back(head);
+    model.scenes.push_back(scene);
+    model.defaultScene = 0;
+    return model;
+}
+
+bool writeGlb(const tinygltf::Model& model, std::ostream& out) {
+    tinygltf::TinyGLTF writer;
+    return writer.WriteGltfSceneToStream(&model, out, false, true) && out.good();
+}
+
+}  // namespace meridian::exporter

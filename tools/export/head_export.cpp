@@ -1,0 +1,255 @@
+#include "head_export.h"
+
+#include <filesystem>
+
+#include "blendshape/backend_files.h"
+#include "eyes/aligner_data.h"
+#include "io/correspondence.h"
+#include "io/planar.h"
+#include "meridian/meridian.h"
+#include "model_files.h"
+
+namespace meridian::exporter {
+
+namespace {
+
+namespace km = kestrel::meridian;
+namespace bs = kestrel::meridian::blendshape;
+
+constexpr Eigen::Index kTemplateVertexCount = 20481;
+constexpr size_t kShapeFloats = 3 * kTemplateVertexCount;
+
+bool exporterAlive = false;
+
+const Surface kSkin{"skin", {0.75, 0.45, 0.35, 1.0}, 0.6, false};
+const Surface kEyeball{"eyeball", {0.9, 0.9, 0.88, 1.0}, 0.2, false};
+// Lashes are open fringes, seen from both sides.
+const Surface kEyelash{"eyelash", {0.03, 0.02, 0.015, 1.0}, 0.8, true};
+
+km::Correspondence loadCorrespondenceFile(const std::string& path, AssetPart part) {
+    km::Correspondence record;
+    if (!km::loadCorrespondence(record, path))
+        throw ExportError("cannot read the correspondence " + path, part);
+    return record;
+}
+
+tinygltf::Value numbers(const double* values, int count) {
+    tinygltf::Value::Array array;
+    for (int i = 0; i < count; ++i) array.emplace_back(values[i]);
+    return tinygltf::Value(std::move(array));
+}
+
+/// Columns `which` of a 3 by #V (or 2 by #V) matrix.
+template <typename Matrix>
+Matrix gather(const Matrix& all, const std::vector<int>& which) {
+    Matrix part(all.rows(), static_cast<Eigen::Index>(which.size()));
+    for (size_t i = 0; i < which.size(); ++i)
+        part.col(static_cast<Eigen::Index>(i)) = all.col(which[i]);
+    return part;
+}
+
+}  // namespace
+
+HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : settings_(settings) {
+    if (exporterAlive) throw ExportError("a head export is already running in this process");
+    const std::string& dir = settings_.modelDir;
+    if (!std::filesystem::is_directory(dir)) throw ExportError("model directory not found: " + dir);
+
+    log.run("model check", [&] {
+        checkHeadFiles(dir);
+        if (settings_.blendshapes) checkBlendshapeFiles(dir);
+        if (settings_.eyes) checkEyeFiles(dir);
+        const km::Correspondence engineOrder =
+            loadCorrespondenceFile(modelPath(dir, "idx_head2ue4.corresp"), AssetPart::kHead);
+        head_.count = static_cast<Eigen::Index>(engineOrder.size());
+        head_.layout = readEngineMeshLayout(modelPath(dir, kHeadTemplateFile), head_.count);
+        head_.copyOf = copyIds(engineOrder);
+        if (!settings_.eyes) return;
+        const km::AlignerFiles &ball = km::kEyeballAlignerFiles, &lash = km::kEyelashAlignerFiles;
+        eyeballs_ = loadEyeMesh(kEyeballTemplateFile, ball.meshToExport, ball.leftVertices,
+                                ball.rightVertices);
+        eyelashes_ = loadEyeMesh(kEyelashTemplateFile, lash.meshToExport, lash.leftVertices,
+                                 lash.rightVertices);
+    });
+
+    exporterAlive = true;
+    try {
+        const std::string unusable = " (the library says why above)";
+        log.run("load head swap", [&] {
+            headSwap_ = AI_system_init_swaphead(dir.c_str());
+            if (headSwap_ == 0) throw ExportError("cannot load the head swap of " + dir + unusable);
+        });
+        if (settings_.blendshapes)
+            log.run("load blendshape data", [&] { AI_system_initDynamic_BS(dir.c_str()); });
+        if (settings_.eyes)
+            log.run("load eye models", [&] {
+                if (AI_system_init_eyeball(dir.c_str()) != 1)
+                    throw ExportError("cannot load the template eyeball of " + dir + unusable,
+                                      AssetPart::kEyes);
+                eyeballs_.aligner = AI_system_init_eyeball_kova(dir.c_str());
+                if (eyeballs_.aligner == 0)
+                    throw ExportError("cannot load the eyeball aligner of " + dir + unusable,
+                                      AssetPart::kEyes);
+                eyelashes_.aligner = AI_system_init_eyelash_kova(dir.c_str());
+                if (eyelashes_.aligner == 0)
+                    throw ExportError("cannot load the eyelash aligner of " + dir + unusable,
+                                      AssetPart::kEyes);
+            });
+    } catch (...) {
+        AI_system_over();
+        exporterAlive = false;
+        throw;
+    }
+}
+
+HeadExporter::~HeadExporter() {
+    AI_system_over();
+    exporterAlive = false;
+}
+
+HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const char* exportFile,
+                                                const char* leftFile, const char* rightFile) const {
+    const std::string& dir = settings_.modelDir;
+    EyeMesh eye;
+    try {
+        const km::Correspondence exportOrder =
+            loadCorrespondenceFile(modelPath(dir, exportFile), AssetPart::kEyes);
+        eye.mesh.count = static_cast<Eigen::Index>(exportOrder.size());
+        eye.mesh.layout = readEngineMeshLayout(modelPath(dir, templateFile), eye.mesh.count);
+        eye.mesh.copyOf = copyIds(exportOrder);
+        std::vector<int32_t> left, right;
+        if (!km::loadIndexList(left, modelPath(dir, leftFile)) ||
+            !km::loadIndexList(right, modelPath(dir, rightFile)))
+            throw ExportError("cannot read the side lists " + modelPath(dir, leftFile) + ", " +
+                              rightFile);
+        eye.sides = splitSides(exportOrder, left, right, eye.mesh.layout.faces,
+                               modelPath(dir, templateFile));
+    } catch (const ExportError& e) {
+        throw ExportError(e.what(), AssetPart::kEyes);
+    }
+    return eye;
+}
+
+std::vector<float> HeadExporter::swap(const float* head) const {
+    std::vector<float> out(3 * static_cast<size_t>(head_.count));
+    if (AI_swap_head(headSwap_, head, out.data(), 0) != head_.count)
+        throw ExportError("the head swap returned an unexpected vertex count");
+    return out;
+}
+
+HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const {
+    if (head.size() != kShapeFloats)
+        throw ExportError("a head in the template topology has " +
+                          std::to_string(kTemplateVertexCount) + " vertices");
+    std::vector<float> engineHead;
+    log.run("head swap", [&] { engineHead = swap(head.data()); });
+
+    std::vector<std::vector<float>> shapes;
+    if (settings_.blendshapes)
+        log.run("blendshapes", [&] {
+            std::vector<float> all(6 * kShapeFloats);
+            if (AI_get_BS(head.data(), all.data()) != 1)
+                throw ExportError("the blendshape data of " + settings_.modelDir +
+                                      " was refused (the library says why above)",
+                                  AssetPart::kBlendshapes);
+            // Shape 0 is the head itself; each region's shape goes through the
+            // same swap as the head.
+            for (size_t s = 1; s <= bs::kRegions.size(); ++s)
+                shapes.push_back(swap(all.data() + s * kShapeFloats));
+        });
+
+    HeadAsset asset;
+    if (settings_.eyes) log.run("eyes", [&] { addEyes(head, asset); });
+
+    log.run("head normals and targets", [&] {
+        const ModelToGltf& toGltf = settings_.transform;
+        const Eigen::Matrix3Xd base = toGltf(km::planarToVertices(engineHead.data(), head_.count));
+        const Eigen::Matrix3Xd baseNormals =
+            seamlessNormals(base, head_.layout.faces, head_.copyOf);
+        MeshNode& node = asset.head;
+        node.name = "head";
+        node.positions = base.cast<float>();
+        node.normals = baseNormals.cast<float>();
+        node.uvs = head_.layout.uvs;
+        node.faces = head_.layout.faces;
+        node.surface = kSkin;
+        for (size_t s = 0; s < shapes.size(); ++s) {
+            const Eigen::Matrix3Xd shape =
+                toGltf(km::planarToVertices(shapes[s].data(), head_.count));
+            const Eigen::Matrix3Xd normals =
+                seamlessNormals(shape, head_.layout.faces, head_.copyOf);
+            node.targets.push_back({bs::kRegions[s].name, (shape - base).cast<float>(),
+                                    (normals - baseNormals).cast<float>()});
+        }
+    });
+
+    asset.extras = tinygltf::Value(tinygltf::Value::Object{
+        {"metres_per_model_unit", tinygltf::Value(settings_.transform.metresPerUnit)},
+        {"model_axes", tinygltf::Value(std::string("X = x, Y = z, Z = -y"))}});
+    return asset;
+}
+
+void HeadExporter::addEyes(const std::vector<float>& head, HeadAsset& asset) const {
+    double angles[2][3], positions[2][3], scale = 0.0;
+    if (AI_add_eyeball(head.data(), 0, angles[0], angles[1], positions[0], positions[1], &scale) !=
+        1)
+        throw ExportError("the eyeball fit failed", AssetPart::kEyes);
+
+    const ModelToGltf& toGltf = settings_.transform;
+    const struct {
+        const EyeMesh& eye;
+        const char* name;
+        const Surface& surface;
+    } kinds[] = {{eyeballs_, "eyeball", kEyeball}, {eyelashes_, "eyelash", kEyelash}};
+    for (const auto& kind : kinds) {
+        const EngineMesh& mesh = kind.eye.mesh;
+        std::vector<float> out(3 * static_cast<size_t>(mesh.count));
+        if (AI_add_eyeball_kova(kind.eye.aligner, head.data(), out.data(), 0) != mesh.count)
+            throw ExportError(std::string("the ") + kind.name + " aligner failed",
+                              AssetPart::kEyes);
+        const Eigen::Matrix3Xd inModel = km::planarToVertices(out.data(), mesh.count);
+        const Eigen::Matrix3Xd placed = toGltf(inModel);
+        const Eigen::Matrix3Xd normals = seamlessNormals(placed, mesh.layout.faces, mesh.copyOf);
+
+        // Each eyeball carries the plain fit's pose of the eye nearest to it.
+        const auto centreOf = [&](int side) -> Eigen::Vector3d {
+            return gather(inModel, kind.eye.sides[static_cast<size_t>(side)].vertices)
+                .rowwise()
+                .mean();
+        };
+        const auto distance = [&](int eye, int side) {
+            return (Eigen::Vector3d(positions[eye]) - centreOf(side)).norm();
+        };
+        const bool crossed =
+            distance(0, kRight) + distance(1, kLeft) < distance(0, kLeft) + distance(1, kRight);
+        const int eyeOfSide[2] = {crossed ? 1 : 0, crossed ? 0 : 1};
+
+        for (int side : {kLeft, kRight}) {
+            const MeshSide& part = kind.eye.sides[static_cast<size_t>(side)];
+            MeshNode node;
+            node.name = std::string(kind.name) + (side == kLeft ? "_left" : "_right");
+            const Eigen::Matrix3Xd points = gather(placed, part.vertices);
+            // The node sits at the middle of its mesh's bounds: an eyeball
+            // turns about it.
+            node.translation = 0.5 * (points.rowwise().minCoeff() + points.rowwise().maxCoeff());
+            node.positions = (points.colwise() - node.translation).cast<float>();
+            node.normals = gather(normals, part.vertices).cast<float>();
+            if (mesh.layout.uvs.cols() > 0) node.uvs = gather(mesh.layout.uvs, part.vertices);
+            node.faces = part.faces;
+            node.surface = kind.surface;
+            if (&kind.eye == &eyeballs_) {
+                const int e = eyeOfSide[side];
+                node.extras = tinygltf::Value(tinygltf::Value::Object{
+                    {"eyeball_pose",
+                     tinygltf::Value(tinygltf::Value::Object{{"eye", tinygltf::Value(e)},
+                                                             {"template_index", tinygltf::Value(0)},
+                                                             {"angles_deg", numbers(angles[e], 3)},
+                                                             {"position", numbers(positions[e], 3)},
+                                                             {"scale", tinygltf::Value(scale)}})}});
+            }
+            asset.parts.push_back(std::move(node));
+        }
+    }
+}
+
+}  // namespace meridian::exporter

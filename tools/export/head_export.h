@@ -1,0 +1,75 @@
+// The whole chain from a reconstructed head to a head asset, through the
+// library's C interface: head swap into the engine's vertex order, the five
+// regional blendshapes as morph targets, eyeballs and eyelashes placed by
+// the aligners, all in glTF's frame and units.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine_mesh.h"
+#include "export_error.h"
+#include "eye_sides.h"
+#include "gltf_asset.h"
+#include "model_to_gltf.h"
+
+namespace meridian::exporter {
+
+struct ExportSettings {
+    std::string modelDir;
+    bool blendshapes = true;  ///< morph targets from "BS/", named as the regions
+    bool eyes = true;         ///< eyeball and eyelash nodes
+    ModelToGltf transform;
+};
+
+/// Runs the export. The library's engines are process-wide, so only one
+/// exporter may exist at a time, and nothing else in the process may use the
+/// library meanwhile: construction loads every engine the asset needs, the
+/// destructor releases them all (AI_system_over).
+class HeadExporter {
+  public:
+    /// Checks the model directory for every file the asked parts need, reads
+    /// the engine-order meshes and loads the engines, as the stages "model
+    /// check", "load head swap", "load blendshape data" and "load eye
+    /// models". Throws ExportError naming what is missing or unusable.
+    HeadExporter(const ExportSettings& settings, StageLog& log);
+    ~HeadExporter();
+    HeadExporter(const HeadExporter&) = delete;
+    HeadExporter& operator=(const HeadExporter&) = delete;
+
+    /// The asset of one head: 3 * 20481 planar floats in the template
+    /// topology (all x, all y, all z). Stages "head swap", "blendshapes",
+    /// "eyes" and "normals". Throws ExportError when a call fails.
+    HeadAsset run(const std::vector<float>& head, StageLog& log) const;
+
+    /// Vertices of the head in engine order.
+    Eigen::Index engineVertexCount() const { return head_.count; }
+
+  private:
+    /// A mesh in an engine's vertex order, as the model describes it.
+    struct EngineMesh {
+        Eigen::Index count = 0;
+        EngineMeshLayout layout;
+        std::vector<int> copyOf;  ///< copy ids, for seamless normals
+    };
+    /// An aligner's export-order mesh, split into the subject's left and right.
+    struct EyeMesh {
+        EngineMesh mesh;
+        std::array<MeshSide, 2> sides;
+        uint64_t aligner = 0;  ///< handle
+    };
+
+    std::vector<float> swap(const float* head) const;
+    EyeMesh loadEyeMesh(const char* templateFile, const char* exportFile, const char* leftFile,
+                        const char* rightFile) const;
+    void addEyes(const std::vector<float>& head, HeadAsset& asset) const;
+
+    ExportSettings settings_;
+    EngineMesh head_;
+    EyeMesh eyeballs_, eyelashes_;
+    uint64_t headSwap_ = 0;  ///< handle
+};
+
+}  // namespace meridian::exporter
