@@ -1,9 +1,9 @@
 // Ownership of every engine and AI_system_over.
 #include "api/engines.h"
+#include "blendshape/blendshape_engine.h"
 #include "eyes/eyeball_aligner.h"
 #include "eyes/eyeball_fit_state.h"
 #include "eyes/eyelash_aligner.h"
-#include "blendshape/blendshape_engine.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
 #if defined(MERIDIAN_WITH_RGBD)
