@@ -1,6 +1,5 @@
 """Each task through Python gives the C interface's result bit for bit, and
 bad input raises with the library's message."""
-import os
 import pathlib
 import re
 
