@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs a built tree into a fresh prefix and uses it as an outsider would:
 # the consumer program built once with find_package(Meridian) and once with
-# pkg-config, both run on a demo model set written by the installed tool,
-# the SONAME checked, and the installed Python package imported.
+# pkg-config, both run on a demo model set and a demo capture written by the
+# installed tool (the frame selection through the installed landmark
+# provider), the SONAME checked, and the installed Python package imported.
 #   MERIDIAN_BUILD_DIR  the build to install (default: build)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -20,20 +21,36 @@ major="$(sed -n 's/#define MERIDIAN_VERSION_MAJOR //p' "$prefix/include/meridian
 [ "$soname" = "libmeridian.so.$major" ] || { echo "SONAME is '$soname'"; exit 1; }
 echo "SONAME $soname"
 
+[ -f "$libdir/libcv_face.so" ] || { echo "no landmark provider in $libdir"; exit 1; }
 "$prefix/bin/meridian" demo --out "$work/model" >/dev/null
+"$prefix/bin/meridian" rgbd-demo --out "$work/capture" >/dev/null
+# The demo capture's four frames are known: the blurred one of each bucket.
+expect_choice() {
+  grep -q '^rgbd: final 1, chosen ids 1 5 10 14$' "$1" || { echo "wrong frame choice"; exit 1; }
+}
 
 cmake -S "$root/tests/consumer" -B "$work/cmake-build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 echo "find_package build:"
-"$work/cmake-build/meridian_consumer" "$work/model"
+"$work/cmake-build/meridian_consumer" "$work/model" --capture "$work/capture" </dev/null \
+  | tee "$work/find_package.out"
+expect_choice "$work/find_package.out"
 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 # shellcheck disable=SC2046  # the flags are meant to split
 cc -std=c99 -Wall -Wextra -Werror -o "$work/pkg-config-consumer" \
   "$root/tests/consumer/consumer.c" $(pkg-config --cflags --libs meridian) -lm
 echo "pkg-config build ($(pkg-config --modversion meridian)):"
-LD_LIBRARY_PATH="$libdir" "$work/pkg-config-consumer" "$work/model"
+mkdir -p "$work/outputs"
+LD_LIBRARY_PATH="$libdir" "$work/pkg-config-consumer" "$work/model" --out "$work/outputs" \
+  --capture "$work/capture" </dev/null | tee "$work/pkg-config.out"
+expect_choice "$work/pkg-config.out"
 
 python_dir="$(find "$prefix" -type d -name dist-packages | head -1)"
-PYTHONPATH="$python_dir" /usr/bin/python3 -c \
-  'import meridian; print("python package uses", meridian.library_path())'
+PYTHONPATH="$python_dir" /usr/bin/python3 -c '
+import sys, meridian
+from meridian import rgbd
+print("python package uses", meridian.library_path())
+problem = rgbd.provider_problem(sys.argv[1])
+print("its landmark provider:", problem or "loads")
+sys.exit(problem is not None)' "$work/model"

@@ -13,7 +13,7 @@ seconds="${MERIDIAN_FUZZ_SECONDS:-60}"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
   -DMERIDIAN_BUILD_FUZZERS=ON -DMERIDIAN_BUILD_TESTS=OFF -DMERIDIAN_BUILD_BENCH=OFF \
-  -DMERIDIAN_BUILD_TOOLS=OFF -DMERIDIAN_WITH_OPENCV=OFF >/dev/null
+  -DMERIDIAN_BUILD_TOOLS=OFF -DMERIDIAN_WITH_OPENCV=ON >/dev/null
 cmake --build "$build" --target meridian_fuzzers -j"$(nproc)"
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1

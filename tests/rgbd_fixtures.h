@@ -13,18 +13,9 @@
 #include <opencv2/core.hpp>
 
 #include "rgbd/face_points.h"
-#include "rgbd/mean_face.h"
+#include "rgbd/landmark_model.h"
 
 namespace meridian::testing {
-
-/// The mean face as the selection builds it: 3 by 102, CV_32F.
-inline cv::Mat meanFaceMatrix() {
-    cv::Mat face(3, kestrel::meridian::kKeptPointCount, CV_32F);
-    const auto& constants = kestrel::meridian::meanFaceConstants();
-    for (int r = 0; r < 3; ++r)
-        for (int j = 0; j < face.cols; ++j) face.at<float>(r, j) = float(constants[102 * r + j]);
-    return face;
-}
 
 /// The 102 kept landmarks (2 by 102, image x right, y down) of the mean face
 /// turned by `yawRadians` about the vertical axis (positive: nose toward
@@ -32,7 +23,7 @@ inline cv::Mat meanFaceMatrix() {
 /// (positive: looking up), `scale` pixels per unit, centred at (cx, cy).
 inline cv::Mat projectedFace(double yawRadians, double pitchRadians, double scale, double cx,
                              double cy) {
-    const cv::Mat face = meanFaceMatrix();
+    const cv::Mat face = kestrel::meridian::meanFaceMatrix();
     const double ct = std::cos(yawRadians), st = std::sin(yawRadians);
     const double cp = std::cos(pitchRadians), sp = std::sin(pitchRadians);
     cv::Mat points(2, face.cols, CV_32F);

@@ -12,7 +12,6 @@
 namespace {
 
 using namespace kestrel::meridian;
-using meridian::testing::meanFaceMatrix;
 using meridian::testing::projectedFace;
 
 // pi * 180 / 3.14 - 180: how far a level face's pitch lands from 0.

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +19,8 @@
 #include <benchmark/benchmark.h>
 
 #include "io/correspondence.h"
+#include "io/input_limits.h"
+#include "io/matrix_file.h"
 #include "io/mesh_readers.h"
 
 namespace {
@@ -131,6 +134,25 @@ void BM_PlyCount(benchmark::State& state) {
             [&] { benchmark::DoNotOptimize(readPly(file.string(), 5).vertices.data()); });
 }
 BENCHMARK(BM_PlyCount)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// A 48-byte matrix file read with the shape of the blendshape basis (its
+// name claims 55554 x 500), with the largest shape, with a negative one, and
+// with its own (3 x 2).
+void BM_MatrixClaim(benchmark::State& state) {
+    static const int shapes[][2] = {{55554, 500}, {INT32_MAX, INT32_MAX}, {-1, 2}, {3, 2}};
+    const int rows = shapes[state.range(0)][0], cols = shapes[state.range(0)][1];
+    const fs::path file = workDir() / "six_r_55554_c_500.bin";
+    const double six[6] = {1, 2, 3, 4, 5, 6};
+    writeMatrixFile(file.string(), 3, 2, six);
+    state.SetLabel(std::to_string(rows) + " x " + std::to_string(cols));
+    measure(state, file, [&] {
+        Eigen::MatrixXd m;
+        const MatrixFileStatus status = readMatrixFile(file.string(), rows, cols, m);
+        if (status != MatrixFileStatus::ok)
+            throw InputRefused(matrixFileMessage(status, file.string(), rows, cols));
+    });
+}
+BENCHMARK(BM_MatrixClaim)->DenseRange(0, 3)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

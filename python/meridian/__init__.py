@@ -12,10 +12,17 @@ library path.
 """
 from ._engine import TEMPLATE_VERTICES, MeridianError, release_all
 from ._library import library_path
+from .blendshapes import SHAPE_NAMES, Blendshapes
+from .debug import read_head_obj, read_head_ply
+from .export import export_glb
+from .eyes import EyeballAligner, EyeballFit, EyelashAligner, EyePoses
 from .headswap import HeadSwap
+from .rgbd import FinalChoice, Intake, RgbdSelector
 from .tangent_frames import FixedTangentFrames, GeneralTangentFrames, TangentFrames
 
 __all__ = [
     "TEMPLATE_VERTICES", "MeridianError", "release_all", "library_path", "HeadSwap",
-    "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames",
+    "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames", "EyeballFit", "EyePoses",
+    "EyeballAligner", "EyelashAligner", "Blendshapes", "SHAPE_NAMES", "RgbdSelector", "Intake",
+    "FinalChoice", "read_head_ply", "read_head_obj", "export_glb",
 ]

@@ -44,21 +44,31 @@ def release_all():
         _library.load().AI_system_over()
 
 
-def call_init(name, failed, *arguments):
-    """Runs an init export with its messages captured; raises MeridianError
-    with the printed message when `failed(result)`, else returns the result.
+def call_printing(name, *arguments):
+    """Runs an export with its standard output captured: (result, text).
     The caller holds the lock."""
     function = getattr(_library.load(), name)
     with _library.captured_stdout() as printed:
         result = function(*arguments)
-    message = printed[0].strip() if printed else ""
-    if failed(result):
+    return result, printed[0].strip() if printed else ""
+
+
+def call_init(name, failed, *arguments):
+    """Runs an init export with its messages captured; raises MeridianError
+    with the printed message when `failed(result, message)`, else returns the
+    result. The caller holds the lock."""
+    result, message = call_printing(name, *arguments)
+    if failed(result, message):
         # A failed engine stays allocated until AI_system_over.
         _release_if_idle()
         raise MeridianError(message, name)
     if message:
         print(message)
     return result
+
+
+def refused_handle(handle, _message=""):
+    return handle == 0
 
 
 def head_planar(head):
@@ -69,22 +79,34 @@ def head_planar(head):
     return np.ascontiguousarray(vertices.T)
 
 
+def vertices_from_planar(planar, count):
+    """The first 3 * count values of a planar output as (count, 3)."""
+    return planar[:3 * count].reshape(3, count).T.copy()
+
+
 def float_pointer(array):
     return array.ctypes.data_as(ctypes.POINTER(ctypes.c_float))
 
 
+def double_pointer(array):
+    return array.ctypes.data_as(ctypes.POINTER(ctypes.c_double))
+
+
 class Engine:
     """Base of the engine classes: open until closed, usable as a context
-    manager."""
+    manager. `on_close`, when given, runs (under the lock) as the engine
+    closes; it must not refer to the engine."""
 
-    def __init__(self):
+    def __init__(self, on_close=None):
         self._closed = False
-        _open[id(self)] = weakref.finalize(self, Engine._forget, id(self))
+        _open[id(self)] = weakref.finalize(self, Engine._forget, id(self), on_close)
 
     @staticmethod
-    def _forget(key):
+    def _forget(key, on_close):
         with _library.lock:
             if _open.pop(key, None) is not None:
+                if on_close is not None:
+                    on_close()
                 _release_if_idle()
 
     def close(self):
@@ -109,3 +131,23 @@ class Engine:
 
     def __exit__(self, *exc):
         self.close()
+
+
+class SingletonEngine(Engine):
+    """An engine the library keeps once per process: a second init would
+    replace the first (which stays allocated until AI_system_over), so only
+    one object of each such class may be open at a time."""
+
+    _open_instance = None  # set per subclass
+
+    @classmethod
+    def _require_none_open(cls):
+        """Raises when an object of this class is open. The caller holds the
+        lock."""
+        current = cls._open_instance() if cls._open_instance is not None else None
+        if current is not None and not current.closed:
+            raise MeridianError(f"a {cls.__name__} engine is already open; close it first")
+
+    def __init__(self, on_close=None):
+        super().__init__(on_close)
+        type(self)._open_instance = weakref.ref(self)

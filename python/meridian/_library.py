@@ -44,6 +44,23 @@ def library_path():
     return _library_path
 
 
+class _DlInfo(ctypes.Structure):
+    _fields_ = [("dli_fname", ctypes.c_char_p), ("dli_fbase", ctypes.c_void_p),
+                ("dli_sname", ctypes.c_char_p), ("dli_saddr", ctypes.c_void_p)]
+
+
+def library_directory():
+    """The directory of the loaded library file, found as the library finds
+    it itself (the name it was loaded by may have been a bare file name)."""
+    library = load()
+    if sys.platform != "win32":
+        info = _DlInfo()
+        address = ctypes.cast(library.AI_system_over, ctypes.c_void_p)
+        if ctypes.CDLL(None).dladdr(address, ctypes.byref(info)) and info.dli_fname:
+            return os.path.dirname(os.path.realpath(os.fsdecode(info.dli_fname)))
+    return os.path.dirname(os.path.abspath(_library_path))
+
+
 def load():
     """The loaded library with its export signatures."""
     global _library, _library_path
@@ -70,6 +87,7 @@ def load():
 def _declare(lib):
     handle = ctypes.c_uint64
     floats = ctypes.POINTER(ctypes.c_float)
+    doubles = ctypes.POINTER(ctypes.c_double)
     ints = ctypes.POINTER(ctypes.c_int)
     text = ctypes.c_char_p
     signatures = {
@@ -81,9 +99,33 @@ def _declare(lib):
         "AI_system_init_TBN_g2": (handle, [text, text, text]),
         "AI_get_TBN": (ctypes.c_int32, [floats, floats]),
         "AI_get_TBN_g": (ctypes.c_int32, [handle, floats, floats]),
+        "AI_system_init_eyeball": (ctypes.c_int, [text]),
+        "AI_add_eyeball": (ctypes.c_int, [floats, ctypes.c_uint] + [doubles] * 5),
+        "AI_system_init_eyeball_kova": (handle, [text]),
+        "AI_system_init_eyelash_kova": (handle, [text]),
+        "AI_add_eyeball_kova": (ctypes.c_int32, [handle, floats, floats, ctypes.c_int64]),
+        "AI_system_initDynamic_BS": (ctypes.c_int64, [text]),
+        "AI_get_BS": (ctypes.c_int64, [floats, floats]),
+        "debug_get_head_data_from_ply": (ctypes.c_int, [text, floats]),
+        "debug_get_head_data_from_obj": (ctypes.c_int, [text, floats]),
+        "debug_apply_one_pose_save_obj": (None, [doubles, doubles, ctypes.c_double, text]),
     }
-    for name, (result, arguments) in signatures.items():
-        function = getattr(lib, name)
+    # Builds without OpenCV (the Windows DLL) leave the frame selection out.
+    optional = {
+        "AI_system_init_Choose4RGBD": (ctypes.c_int32, [text]),
+        "AI_Choose4RGBD_input_1_rgbd": (ctypes.c_int32, [
+            ctypes.c_int, ctypes.c_void_p, ctypes.c_int, ctypes.c_int, ctypes.c_void_p,
+            ctypes.c_int, ctypes.c_int, floats, floats]),
+        "AI_Choose4RGBD_get_final_4_rgbd": (ctypes.c_int32, [ints] * 4),
+        "AI_Choose4RGBD_clear": (ctypes.c_int32, []),
+        "debug_test_RGBD_choose4": (ctypes.c_int32, [text]),
+    }
+    for name, (result, arguments) in {**signatures, **optional}.items():
+        function = getattr(lib, name, None)
+        if function is None and name in optional:
+            continue
+        if function is None:
+            raise OSError(f"{getattr(lib, '_name', 'the library')} has no export {name}")
         function.restype = result
         function.argtypes = arguments
 
@@ -91,6 +133,15 @@ def _declare(lib):
 def _flush_c_stdout():
     if sys.platform != "win32":
         ctypes.CDLL(None).fflush(None)
+
+
+def _decode(printed):
+    """The library prints its Chinese messages in GBK, everything else in
+    ASCII."""
+    try:
+        return printed.decode("utf-8")
+    except UnicodeDecodeError:
+        return printed.decode("gbk", errors="replace")
 
 
 @contextlib.contextmanager
@@ -110,4 +161,4 @@ def captured_stdout():
             os.dup2(saved, 1)
             os.close(saved)
             sink.seek(0)
-            collected.append(sink.read().decode("utf-8", errors="replace"))
+            collected.append(_decode(sink.read()))

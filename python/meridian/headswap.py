@@ -5,7 +5,8 @@ import os
 import numpy as np
 
 from . import _library
-from ._engine import Engine, MeridianError, call_init, float_pointer, head_planar
+from ._engine import (Engine, MeridianError, call_init, float_pointer, head_planar,
+                      refused_handle, vertices_from_planar)
 
 # The library refuses an element count above the file's size in bytes, and
 # above 2^24: the output never has more vertices than that.
@@ -24,7 +25,7 @@ class HeadSwap(Engine):
         model_dir = os.fspath(model_dir)
         engine_order = os.path.join(model_dir, "idx_head2ue4.corresp")
         with _library.lock:
-            self._handle = call_init("AI_system_init_swaphead", lambda handle: handle == 0,
+            self._handle = call_init("AI_system_init_swaphead", refused_handle,
                                      os.fsencode(model_dir))
             self._capacity = min(os.path.getsize(engine_order), _MAX_ELEMENTS)
             super().__init__()
@@ -41,4 +42,4 @@ class HeadSwap(Engine):
                                                  float_pointer(out), 0)
         if count <= 0 or count > self._capacity:
             raise MeridianError(f"AI_swap_head gave {count} vertices", "AI_swap_head")
-        return out[:3 * count].reshape(3, count).T.copy()
+        return vertices_from_planar(out, count)

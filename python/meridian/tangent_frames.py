@@ -3,13 +3,12 @@ import collections
 import ctypes
 import os
 import re
-import weakref
 
 import numpy as np
 
 from . import _library
-from ._engine import (TEMPLATE_VERTICES, Engine, MeridianError, call_init, float_pointer,
-                      head_planar)
+from ._engine import (TEMPLATE_VERTICES, Engine, MeridianError, SingletonEngine, call_init,
+                      float_pointer, head_planar, refused_handle)
 
 TangentFrames = collections.namedtuple("TangentFrames", "tangent bitangent normal")
 TangentFrames.__doc__ = "Per-vertex frames, each field an (n, 3) float32 array."
@@ -21,22 +20,16 @@ def _frames(planar, count):
     return TangentFrames(*(np.ascontiguousarray(rows[k:k + 3].T) for k in (0, 3, 6)))
 
 
-class FixedTangentFrames(Engine):
+class FixedTangentFrames(SingletonEngine):
     """The fixed engine, from model_dir + "/TBN/std_20481_with_UV_F_TF.obj".
     The library holds one such engine: only one may be open at a time."""
 
-    _open_instance = None
-
     def __init__(self, model_dir):
         with _library.lock:
-            current = FixedTangentFrames._open_instance
-            current = current() if current is not None else None
-            if current is not None and not current.closed:
-                raise MeridianError("a FixedTangentFrames engine is already open; close it first")
-            call_init("AI_system_init_TBN", lambda status: status != 1,
+            self._require_none_open()
+            call_init("AI_system_init_TBN", lambda status, _: status != 1,
                       os.fsencode(os.fspath(model_dir)))
             super().__init__()
-            FixedTangentFrames._open_instance = weakref.ref(self)
 
     def frames(self, head):
         """Frames of the 20481 head vertices: (20481, 3) in."""
@@ -83,7 +76,7 @@ class GeneralTangentFrames(Engine):
         ints = ctypes.POINTER(ctypes.c_int)
         with _library.lock:
             self._handle = call_init(
-                "AI_system_init_TBN_g", lambda handle: handle == 0,
+                "AI_system_init_TBN_g", refused_handle,
                 os.fsencode(os.fspath(template_obj)), to_head.ctypes.data_as(ints), to_head.size,
                 to_tavi.ctypes.data_as(ints), to_tavi.size)
             self._count = self._capacity = to_tavi.size
@@ -96,7 +89,7 @@ class GeneralTangentFrames(Engine):
         engine = cls.__new__(cls)
         with _library.lock:
             engine._handle = call_init(
-                "AI_system_init_TBN_g2", lambda handle: handle == 0,
+                "AI_system_init_TBN_g2", refused_handle,
                 *(os.fsencode(os.fspath(p))
                   for p in (template_obj, tavi_to_head_file, head_to_tavi_file)))
             values, bound = _read_index_file(head_to_tavi_file)

@@ -1,6 +1,6 @@
 """Shared fixtures: the build to test (MERIDIAN_BUILD_DIR, default build/),
-a demo model set written by its tool, the demo's sample head, and the
-outputs of the C reference program for that head."""
+a demo model set and the demo capture written by its tool, the demo's sample
+head, and the outputs of the C reference program for that head."""
 import os
 import pathlib
 import subprocess
@@ -13,13 +13,21 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("MERIDIAN_BUILD_DIR", ROOT / "build"))
 os.environ.setdefault("MERIDIAN_LIBRARY", str(BUILD / "lib" / "libmeridian.so.0"))
 sys.path.insert(0, str(ROOT / "python"))
+TOOL = BUILD / "bin" / "meridian"
 
 
 @pytest.fixture(scope="session")
 def model(tmp_path_factory):
+    """The demo model set with its blendshape data."""
     directory = tmp_path_factory.mktemp("model")
-    subprocess.run([BUILD / "bin" / "meridian", "demo", "--out", directory], check=True,
-                   capture_output=True)
+    subprocess.run([TOOL, "demo", "--out", directory], check=True, capture_output=True)
+    return directory
+
+
+@pytest.fixture(scope="session")
+def capture(tmp_path_factory):
+    directory = tmp_path_factory.mktemp("capture")
+    subprocess.run([TOOL, "rgbd-demo", "--out", directory], check=True, capture_output=True)
     return directory
 
 
@@ -32,11 +40,15 @@ def head(model):
 
 
 @pytest.fixture(scope="session")
-def reference(model, head, tmp_path_factory):
-    """Raw outputs of the C program for the sample head, as flat float32."""
+def reference(model, head, capture, tmp_path_factory):
+    """Raw outputs of the C program for the sample head: flat arrays, and
+    the path of the posed eye mesh it wrote."""
     out = tmp_path_factory.mktemp("reference")
     np.ascontiguousarray(head.T).tofile(out / "head.f32")
-    subprocess.run([BUILD / "bin" / "meridian_reference", model, out / "head.f32", out],
-                   check=True, capture_output=True)
-    return {name: np.fromfile(out / f"{name}.f32", dtype=np.float32)
-            for name in ("swap", "tbn", "tbn_g")}
+    subprocess.run([BUILD / "bin" / "meridian_reference", model, "--head", out / "head.f32",
+                    "--out", out, "--capture", capture], check=True, capture_output=True)
+    kinds = {"f32": np.float32, "f64": np.float64, "i32": np.int32}
+    found = {path.stem: np.fromfile(path, dtype=kinds[path.suffix[1:]])
+             for path in out.iterdir() if path.suffix[1:] in kinds and path.stem != "head"}
+    found["posed_eye"] = out / "posed_eye.obj"
+    return found

@@ -11,19 +11,27 @@ namespace kestrel::meridian {
 
 FrameAnalysis analyseFrame(const LandmarkModel& model, const unsigned char* bgr, int rows,
                            int cols) {
-    FrameAnalysis analysis;
     CvFaceResult block;
     model.provider().faceLandmarks(bgr, rows, cols, 3, block);
+    return analyseLandmarks(block, rows, cols, model.meanFacePseudoInverse());
+}
+
+FrameAnalysis analyseLandmarks(const CvFaceResult& block, int rows, int cols,
+                               const cv::Mat& meanFacePseudoInverse) {
+    FrameAnalysis analysis;
     if (!extractLandmarks(block, rows, cols, analysis.landmarks)) return analysis;
-    analysis.angles =
-        toYawPitch(affinePoseAngles(analysis.landmarks, model.meanFacePseudoInverse()));
+    analysis.angles = toYawPitch(affinePoseAngles(analysis.landmarks, meanFacePseudoInverse));
     analysis.found = true;
     return analysis;
 }
 
 int FrameSelection::intake(const LandmarkModel& model, int frameId, const unsigned char* bgr,
                            int rows, int cols, float& yaw, float& pitch) {
-    FrameAnalysis analysis = analyseFrame(model, bgr, rows, cols);
+    return intake(analyseFrame(model, bgr, rows, cols), frameId, bgr, rows, cols, yaw, pitch);
+}
+
+int FrameSelection::intake(FrameAnalysis analysis, int frameId, const unsigned char* bgr, int rows,
+                           int cols, float& yaw, float& pitch) {
     if (!analysis.found) {
         yaw = pitch = kNoAngle;
         return kNoLandmarks;

@@ -25,6 +25,11 @@ struct FrameAnalysis {
 FrameAnalysis analyseFrame(const LandmarkModel& model, const unsigned char* bgr, int rows,
                            int cols);
 
+/// The same from a provider's block already filled for an image of `rows`
+/// by `cols` pixels; `meanFacePseudoInverse` is the model's (102 by 4).
+FrameAnalysis analyseLandmarks(const CvFaceResult& block, int rows, int cols,
+                               const cv::Mat& meanFacePseudoInverse);
+
 /// What a stored frame keeps: everything the final choice reads, and the
 /// landmarks. The colour image itself is not kept: its sharpness score is
 /// computed when the frame is stored, from the same float image the score
@@ -63,6 +68,12 @@ class FrameSelection {
     /// kFaceTooSmall.
     int intake(const LandmarkModel& model, int frameId, const unsigned char* bgr, int rows,
                int cols, float& yaw, float& pitch);
+
+    /// The same for a frame whose landmarks are known: everything after the
+    /// provider's call, with no provider needed. A stored frame keeps
+    /// `analysis.landmarks`.
+    int intake(FrameAnalysis analysis, int frameId, const unsigned char* bgr, int rows, int cols,
+               float& yaw, float& pitch);
 
     /// Names the chosen frame of each bucket. Returns 1, or the code of the
     /// first empty bucket: -5 front, -4 yaw negative, -3 yaw positive, -2 up

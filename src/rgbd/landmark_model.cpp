@@ -6,6 +6,16 @@
 
 namespace kestrel::meridian {
 
+cv::Mat meanFaceMatrix() {
+    const std::array<double, 306>& constants = meanFaceConstants();
+    cv::Mat face = cv::Mat::zeros(3, kKeptPointCount, CV_32F);
+    for (int r = 0; r < 3; ++r)
+        for (int j = 0; j < kKeptPointCount; ++j)
+            face.at<float>(r, j) =
+                static_cast<float>(constants[static_cast<size_t>(kKeptPointCount * r + j)]);
+    return face;
+}
+
 std::unique_ptr<LandmarkModel> LandmarkModel::load(const std::string& modelDir,
                                                    const std::string& providerPath,
                                                    std::string& error) {
@@ -17,12 +27,7 @@ std::unique_ptr<LandmarkModel> LandmarkModel::load(const std::string& modelDir,
                 " could not load its model from " + modelDir;
         return nullptr;
     }
-    const std::array<double, 306>& constants = meanFaceConstants();
-    model->meanFace_ = cv::Mat::zeros(3, kKeptPointCount, CV_32F);
-    for (int r = 0; r < 3; ++r)
-        for (int j = 0; j < kKeptPointCount; ++j)
-            model->meanFace_.at<float>(r, j) =
-                static_cast<float>(constants[static_cast<size_t>(kKeptPointCount * r + j)]);
+    model->meanFace_ = meanFaceMatrix();
     model->pseudoInverse_ = homogeneousPseudoInverse(model->meanFace_);
     return model;
 }

@@ -11,6 +11,9 @@
 
 namespace kestrel::meridian {
 
+/// The mean face, 3 by 102, CV_32F: element (r, j) = constant 102 r + j.
+cv::Mat meanFaceMatrix();
+
 class LandmarkModel {
   public:
     /// Loads the provider (see LandmarkProvider::load; empty `providerPath`

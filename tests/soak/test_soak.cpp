@@ -1,13 +1,20 @@
 // Lifecycle soak: many init / run / AI_system_over cycles of every engine
 // kind in one process. Heap in use and resident memory must not grow with
-// the number of cycles, and handles of an earlier cycle must stay dead while
-// the engines of later cycles live.
+// the number of cycles, handles of an earlier cycle must stay dead while the
+// engines of later cycles live, and singletons must refuse to run once torn
+// down. The blendshape engine, which reads 229 MB per init, has a cycle
+// count and bounds of its own.
+#include <dlfcn.h>
 #include <malloc.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,16 +23,20 @@
 
 #include "fixtures.h"
 #include "meridian/meridian.h"
+#if defined(MERIDIAN_WITH_RGBD)
+#include "rgbd_fixtures.h"
+#endif
 
 namespace {
 
 using meridian::testing::randomPlanarHead;
 using meridian::testing::TempDir;
 
-// MERIDIAN_SOAK_CYCLES overrides the count, e.g. for a quick run by hand.
-int cycleCount() {
-    const char* value = std::getenv("MERIDIAN_SOAK_CYCLES");
-    return value ? std::atoi(value) : 10000;
+// MERIDIAN_SOAK_CYCLES and MERIDIAN_SOAK_BLENDSHAPE_CYCLES override the
+// counts, e.g. for a quick run by hand or under valgrind.
+int cycleCount(const char* variable, int otherwise) {
+    const char* value = std::getenv(variable);
+    return value ? std::atoi(value) : otherwise;
 }
 constexpr int kWarmUpCycles = 200;
 // Allowed growth between the end of the warm-up and the last cycle.
@@ -35,9 +46,39 @@ constexpr size_t kResidentBound = 1024 * 1024;
 constexpr int kHead = 20481;
 constexpr int kEngineVertices = 5;
 constexpr int kSplitVertices = 4;
+constexpr int kAlignedVertices = 4;
+
+// A mesh of 4 vertices for the aligners, and the same mesh moved (the
+// eyelash blendshape).
+constexpr const char* kTinyMesh = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 2 3\n";
+constexpr const char* kTinyMeshMoved = "v 0 0 0.5\nv 1 0 0.5\nv 0 1 0.5\nv 0 0 1.5\nf 1 2 3\n";
+
+// A pair-form correspondence "target source" with these entries.
+std::string pairs(const std::vector<std::pair<int, int>>& entries) {
+    std::string text = "# base 0\n# element count " + std::to_string(entries.size()) +
+                       "\n# a\n# b\n# end_header\n";
+    for (const auto& [target, source] : entries)
+        text += std::to_string(target) + " " + std::to_string(source) + "\n";
+    return text;
+}
+
+// The template eyeball of the plain fit: 770 vertices on a sphere of radius
+// 5, after the 9 header lines.
+std::string tinyEyeball() {
+    std::string text = "ply\nformat ascii 1.0\nc\nelement vertex 770\np\np\np\nf\nend_header\n";
+    for (int v = 0; v < 770; ++v) {
+        const double polar = 0.1 + 3.0 * v / 770, turn = 2.4 * v;
+        text += std::to_string(5 * std::sin(polar) * std::cos(turn)) + " " +
+                std::to_string(5 * std::sin(polar) * std::sin(turn)) + " " +
+                std::to_string(5 * std::cos(polar)) + "\n";
+    }
+    return text;
+}
 
 // The smallest model every engine kind accepts: a 3-vertex head-swap chain,
-// a one-face tangent-frame template, and index lists onto it.
+// a one-face tangent-frame template and index lists onto it, the template
+// eyeball, and a 4-vertex eyeball and eyelash mesh tied to the 3 head
+// vertices.
 void writeTinyModel(const TempDir& dir) {
     dir.write("idx_tavi2head.corresp",
               "# base 0\n# element count 3\n# a\n# b\n# end_header\n0 7\n1 300\n2 20480\n");
@@ -48,15 +89,74 @@ void writeTinyModel(const TempDir& dir) {
     dir.write("TBN/split.obj", face);
     dir.write("TBN/tavi2head.txt", "0 1 2\n");
     dir.write("TBN/head2tavi.txt", "0 1 2 1\n");
+    dir.write("eyeball/new_eye.ply", tinyEyeball());
+    const std::string onMesh = pairs({{0, 0}, {1, 1}, {2, 2}});
+    const std::string exportOrder = pairs({{0, 3}, {1, 2}, {2, 1}, {3, 0}});
+    for (const char* part : {"eyeball", "eyelash"}) {
+        const std::string p = std::string(part) + "/";
+        dir.write(p + part + "_tri.obj", kTinyMesh);
+        dir.write(p + "idx_head2" + part + ".corresp", onMesh);
+        dir.write(p + "idx_head2" + part + "_left.corresp", onMesh);
+        dir.write(p + "idx_head2" + part + "_right.corresp", pairs({}));
+        dir.write(p + "idx_" + part + "2ue4.corresp", exportOrder);
+        dir.write(p + "idx_" + part + "_left.txt", "0 1 2 3\n");
+        dir.write(p + "idx_" + part + "_right.txt", "");
+    }
+    dir.write("eyelash/eyelash_bs01.obj", kTinyMeshMoved);
 }
 
+#if defined(MERIDIAN_WITH_RGBD)
+// The frame selection, from a copy of the library that loads the provider
+// double beside it; its own AI_system_over tears it down.
+struct FrameSelectionExports {
+    FrameSelectionExports() {
+        library = dlopen(MERIDIAN_LIBRARY_BESIDE_DOUBLE, RTLD_NOW | RTLD_LOCAL);
+        if (!library) return;
+        init = reinterpret_cast<decltype(init)>(dlsym(library, "AI_system_init_Choose4RGBD"));
+        input = reinterpret_cast<decltype(input)>(dlsym(library, "AI_Choose4RGBD_input_1_rgbd"));
+        final4 =
+            reinterpret_cast<decltype(final4)>(dlsym(library, "AI_Choose4RGBD_get_final_4_rgbd"));
+        clear = reinterpret_cast<decltype(clear)>(dlsym(library, "AI_Choose4RGBD_clear"));
+        over = reinterpret_cast<decltype(over)>(dlsym(library, "AI_system_over"));
+    }
+    // Offers a frame whose landmarks the double gives: a face turned by
+    // yaw and pitch degrees, 270 pixels wide in a 300 by 300 frame (large
+    // enough to be stored, small enough to score quickly).
+    int offer(int id, double yaw, double pitch, float* yawOut) {
+        constexpr double kToRadians = 3.14 / 180.0;
+        provider.next(meridian::testing::providerPoints(
+            meridian::testing::projectedFace(yaw * kToRadians, pitch * kToRadians, 2.0, 150, 150)));
+        float pitchOut = 0.0f;
+        return input(id, frame.data(), kSide, kSide, depth.data(), kSide, kSide, yawOut, &pitchOut);
+    }
+
+    static constexpr int kSide = 300;
+    void* library = nullptr;
+    int32_t (*init)(const char*) = nullptr;
+    int32_t (*input)(int, const void*, int, int, const void*, int, int, float*, float*) = nullptr;
+    int32_t (*final4)(int*, int*, int*, int*) = nullptr;
+    int32_t (*clear)() = nullptr;
+    int (*over)() = nullptr;
+    meridian::testing::ProviderDouble provider{MERIDIAN_DOUBLE_PROVIDER_PATH};
+    std::vector<unsigned char> frame = std::vector<unsigned char>(kSide * kSide * 3, 128);
+    std::vector<float> depth = std::vector<float>(kSide * kSide, 0.6f);
+};
+
+FrameSelectionExports& frameSelection() {
+    static FrameSelectionExports exports;
+    return exports;
+}
+#endif
+
 // One engine kind: `cycle` creates an engine, runs it once, checks the
-// result, and returns the handle (0 for a singleton kind).
+// result, and returns the handle (1 for a singleton kind, 0 on failure).
+// A registry kind says whether a handle is accepted; a singleton kind
+// whether its run call is refused once torn down.
 struct EngineKind {
     const char* name;
     std::function<meridian_handle(const TempDir&, const std::vector<float>&)> cycle;
-    // Runs a handle of this kind; true when the call was accepted.
     std::function<bool(meridian_handle, const std::vector<float>&)> accepts;
+    std::function<bool(const std::vector<float>&)> refusedWhenTornDown;
 };
 
 bool tbnGeneralAccepts(meridian_handle handle, const std::vector<float>& head) {
@@ -65,8 +165,33 @@ bool tbnGeneralAccepts(meridian_handle handle, const std::vector<float>& head) {
     return frames[0] != -5.0f;
 }
 
-const std::vector<EngineKind>& engineKinds() {
-    static const std::vector<EngineKind> kinds = {
+bool alignerAccepts(meridian_handle handle, const std::vector<float>& head) {
+    std::vector<float> out(3 * kAlignedVertices);
+    return AI_add_eyeball_kova(handle, head.data(), out.data(), 0) != 0;
+}
+
+bool eyeballFitRuns(const std::vector<float>& head) {
+    double angles[2][3], positions[2][3], scale = 0;
+    return AI_add_eyeball(head.data(), 0, angles[0], angles[1], positions[0], positions[1],
+                          &scale) == 1;
+}
+
+// An aligner of the tiny model, run once: both meshes keep their shape, so
+// the export order's first vertex (mesh vertex 3) stays one unit from its
+// last (mesh vertex 0).
+meridian_handle alignerCycle(meridian_handle handle, const std::vector<float>& head) {
+    std::vector<float> out(3 * kAlignedVertices);
+    if (AI_add_eyeball_kova(handle, head.data(), out.data(), 0) != kAlignedVertices) return 0;
+    double squared = 0;
+    for (int r = 0; r < 3; ++r) {
+        const double d = out[r * kAlignedVertices] - out[r * kAlignedVertices + 3];
+        squared += d * d;
+    }
+    return std::fabs(std::sqrt(squared) - 1) < 0.2 ? handle : 0;
+}
+
+std::vector<EngineKind> makeEngineKinds() {
+    std::vector<EngineKind> kinds = {
         {"head swap",
          [](const TempDir& model, const std::vector<float>& head) -> meridian_handle {
              const meridian_handle handle = AI_system_init_swaphead(model.str().c_str());
@@ -77,14 +202,19 @@ const std::vector<EngineKind>& engineKinds() {
          [](meridian_handle handle, const std::vector<float>& head) {
              std::vector<float> out(3 * kEngineVertices);
              return AI_swap_head(handle, head.data(), out.data(), 0) != 0;
-         }},
+         },
+         nullptr},
         {"fixed tangent frames",
          [](const TempDir& model, const std::vector<float>& head) -> meridian_handle {
              static std::vector<float> frames(9 * kHead);
              if (AI_system_init_TBN(model.str().c_str()) != 1) return 0;
              return AI_get_TBN(head.data(), frames.data()) == 1 && frames[0] == 1.0f;
          },
-         nullptr},
+         nullptr,
+         [](const std::vector<float>& head) {
+             static std::vector<float> frames(9 * kHead);
+             return AI_get_TBN(head.data(), frames.data()) == -1;
+         }},
         {"general tangent frames",
          [](const TempDir& model, const std::vector<float>& head) -> meridian_handle {
              const int toHead[] = {0, 1, 2};
@@ -93,7 +223,7 @@ const std::vector<EngineKind>& engineKinds() {
                  model.file("TBN/split.obj").c_str(), toHead, 3, toTemplate, kSplitVertices);
              return tbnGeneralAccepts(handle, head) ? handle : 0;
          },
-         tbnGeneralAccepts},
+         tbnGeneralAccepts, nullptr},
         {"general tangent frames from files",
          [](const TempDir& model, const std::vector<float>& head) -> meridian_handle {
              const meridian_handle handle = AI_system_init_TBN_g2(
@@ -101,8 +231,55 @@ const std::vector<EngineKind>& engineKinds() {
                  model.file("TBN/head2tavi.txt").c_str());
              return tbnGeneralAccepts(handle, head) ? handle : 0;
          },
-         tbnGeneralAccepts},
+         tbnGeneralAccepts, nullptr},
+        {"eyeball fit",
+         [](const TempDir& model, const std::vector<float>& head) -> meridian_handle {
+             return AI_system_init_eyeball(model.str().c_str()) == 1 && eyeballFitRuns(head);
+         },
+         nullptr, [](const std::vector<float>& head) { return !eyeballFitRuns(head); }},
+        {"eyeball aligner",
+         [](const TempDir& model, const std::vector<float>& head) {
+             return alignerCycle(AI_system_init_eyeball_kova(model.str().c_str()), head);
+         },
+         alignerAccepts, nullptr},
+        {"eyelash aligner",
+         [](const TempDir& model, const std::vector<float>& head) {
+             return alignerCycle(AI_system_init_eyelash_kova(model.str().c_str()), head);
+         },
+         alignerAccepts, nullptr},
     };
+#if defined(MERIDIAN_WITH_RGBD)
+    kinds.push_back(
+        {"frame selection",
+         [](const TempDir& model, const std::vector<float>&) -> meridian_handle {
+             FrameSelectionExports& rgbd = frameSelection();
+             rgbd.provider.reset();
+             if (rgbd.init(model.str().c_str()) != 1) return 0;
+             float yaw = 0;
+             const int codes[] = {rgbd.offer(7, 0, 0, &yaw), rgbd.offer(8, -25, 0, &yaw),
+                                  rgbd.offer(9, 25, 0, &yaw), rgbd.offer(10, 0, 9, &yaw)};
+             int ids[4] = {0, 0, 0, 0};
+             const bool chosen = rgbd.final4(&ids[0], &ids[1], &ids[2], &ids[3]) == 1;
+             rgbd.clear();
+             return codes[0] == 5 && codes[1] == 4 && codes[2] == 3 && codes[3] == 2 && chosen &&
+                    ids[0] == 7 && ids[1] == 8 && ids[2] == 9 && ids[3] == 10;
+         },
+         nullptr,
+         [](const std::vector<float>&) {
+             FrameSelectionExports& rgbd = frameSelection();
+             rgbd.over();
+             const int providerCalls = rgbd.provider.call(0);
+             float yaw = 0, pitch = 0;
+             const int code = rgbd.input(0, rgbd.frame.data(), rgbd.kSide, rgbd.kSide,
+                                         rgbd.depth.data(), rgbd.kSide, rgbd.kSide, &yaw, &pitch);
+             return code == -1 && yaw == -10000.0f && rgbd.provider.call(0) == providerCalls;
+         }});
+#endif
+    return kinds;
+}
+
+const std::vector<EngineKind>& engineKinds() {
+    static const std::vector<EngineKind> kinds = makeEngineKinds();
     return kinds;
 }
 
@@ -132,6 +309,10 @@ bool plainAllocator() {
 }
 
 TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
+#if defined(MERIDIAN_WITH_RGBD)
+    ASSERT_NE(frameSelection().library, nullptr) << dlerror();
+    ASSERT_NE(frameSelection().provider.handle, nullptr) << dlerror();
+#endif
     TempDir model;
     writeTinyModel(model);
     const std::vector<float> head = randomPlanarHead(3);
@@ -139,7 +320,7 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
     std::vector<meridian_handle> previous(kinds.size(), 0);
     size_t heapStart = 0, residentStart = 0;
 
-    const int cycles = cycleCount();
+    const int cycles = cycleCount("MERIDIAN_SOAK_CYCLES", 10000);
     for (int cycle = 0; cycle < cycles; ++cycle) {
         if (cycle == kWarmUpCycles) {
             heapStart = heapInUse();
@@ -157,6 +338,12 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
             previous[k] = handle;
         }
         ASSERT_EQ(AI_system_over(), 1);
+        for (const EngineKind& kind : kinds) {
+            if (kind.refusedWhenTornDown) {
+                ASSERT_TRUE(kind.refusedWhenTornDown(head))
+                    << kind.name << " still runs after AI_system_over in cycle " << cycle;
+            }
+        }
     }
 
     const size_t heapEnd = heapInUse(), residentEnd = residentBytes();
@@ -166,6 +353,53 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
     if (!plainAllocator()) GTEST_SKIP() << "memory bounds need the plain allocator";
     EXPECT_LE(heapEnd, heapStart + kHeapBound);
     EXPECT_LE(residentEnd, residentStart + kResidentBound);
+}
+
+// The blendshape engine of the demo data: each init reads 229 MB and holds
+// 279 MB, so it gets fewer cycles. Any engine left behind would keep all of
+// that; the bounds catch a leak of about 1 KB (heap) or 64 KB (resident) per
+// cycle. After a 222 MB block is freed the C library serves blocks up to 32
+// MB from its heap and keeps up to 64 MB of free heap resident, so resident
+// memory is measured after returning free heap pages to the system.
+size_t residentAfterTrim() {
+    malloc_trim(0);
+    return residentBytes();
+}
+
+constexpr int kBlendshapeWarmUpCycles = 3;
+constexpr size_t kBlendshapeHeapBound = 32 * 1024;
+constexpr size_t kBlendshapeResidentBound = 2 * 1024 * 1024;
+
+TEST(LifecycleSoak, BlendshapeEngineCycles) {
+    const std::string model = MERIDIAN_BLENDSHAPE_DEMO_DIR;
+    if (!std::ifstream(model + "/BS/up_r_1_c_18518.bin"))
+        GTEST_SKIP() << "no blendshape demo data in " << model << " (ctest writes it)";
+    const std::vector<float> head = randomPlanarHead(5);
+    std::vector<float> shapes(6 * 3 * kHead);
+    size_t heapStart = 0, residentStart = 0;
+
+    const int cycles = cycleCount("MERIDIAN_SOAK_BLENDSHAPE_CYCLES", 40);
+    for (int cycle = 0; cycle < cycles; ++cycle) {
+        if (cycle == kBlendshapeWarmUpCycles) {
+            heapStart = heapInUse();
+            residentStart = residentAfterTrim();
+        }
+        ASSERT_EQ(AI_system_initDynamic_BS(model.c_str()), 1);
+        ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 1) << "cycle " << cycle;
+        // Shape 0 is the head itself.
+        ASSERT_TRUE(std::equal(head.begin(), head.end(), shapes.begin())) << "cycle " << cycle;
+        ASSERT_EQ(AI_system_over(), 1);
+        ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 0) << "runs after AI_system_over";
+    }
+
+    const size_t heapEnd = heapInUse(), residentEnd = residentAfterTrim();
+    std::printf("heap in use: %zu -> %zu bytes; resident: %zu -> %zu KiB (cycles %d..%d)\n",
+                heapStart, heapEnd, residentStart / 1024, residentEnd / 1024,
+                kBlendshapeWarmUpCycles, cycles);
+    if (!plainAllocator()) GTEST_SKIP() << "memory bounds need the plain allocator";
+    if (cycles <= kBlendshapeWarmUpCycles) GTEST_SKIP() << "too few cycles to measure";
+    EXPECT_LE(heapEnd, heapStart + kBlendshapeHeapBound);
+    EXPECT_LE(residentEnd, residentStart + kBlendshapeResidentBound);
 }
 
 }  // namespace
