@@ -11,6 +11,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "cli_common.h"
+#include "mesh_render.h"
 
 namespace meridian::cli {
 
@@ -23,9 +24,9 @@ constexpr int kLabelHeight = 40;
 using Eigen::Vector3d;
 
 /// Screen axes of a view toward the head from `viewFrom`, z staying up.
-struct View {
+struct SheetView {
     Vector3d right, up, toward;  ///< toward: from the viewer into the scene
-    explicit View(const Vector3d& viewFrom) {
+    explicit SheetView(const Vector3d& viewFrom) {
         toward = -viewFrom.normalized();
         up = Vector3d::UnitZ();
         right = toward.cross(up).normalized();
@@ -44,57 +45,31 @@ Vector3d heat(double t) {
 void drawPanel(cv::Mat& image, int left, const SheetPanel& panel, const Eigen::VectorXd& moved,
                double maxMoved, const Eigen::Matrix3Xi& faces, double scale,
                const Vector3d& centre) {
-    const View view(panel.viewFrom);
-    const Eigen::Index n = panel.vertices.cols();
-    Eigen::Matrix3Xd screen(3, n);  // column, row, depth
-    for (Eigen::Index v = 0; v < n; ++v) {
+    const SheetView view(panel.viewFrom);
+    cv::Mat region = image(cv::Rect(left, 0, kPanelSize, image.rows));
+    cv::Mat depth(region.rows, region.cols, CV_32F, std::numeric_limits<float>::infinity());
+    auto project = [&](int v) {  // column, row, depth
         const Vector3d p = panel.vertices.col(v) - centre;
-        screen.col(v) << left + kPanelSize / 2.0 + scale * p.dot(view.right),
-            kLabelHeight + kPanelSize / 2.0 - scale * p.dot(view.up), p.dot(view.toward);
-    }
-    cv::Mat depth(image.rows, image.cols, CV_64F, std::numeric_limits<double>::infinity());
+        return Vector3d(kPanelSize / 2.0 + scale * p.dot(view.right),
+                        kLabelHeight + kPanelSize / 2.0 - scale * p.dot(view.up),
+                        p.dot(view.toward));
+    };
     for (Eigen::Index f = 0; f < faces.cols(); ++f) {
         const int ids[3] = {faces(0, f), faces(1, f), faces(2, f)};
         const Vector3d a = panel.vertices.col(ids[0]), b = panel.vertices.col(ids[1]),
                        c = panel.vertices.col(ids[2]);
-        const Vector3d normal = (b - a).cross(c - a).normalized();
-        const double light = 0.3 + 0.7 * std::abs(normal.dot(view.toward));
-        const double area =
-            (screen(0, ids[1]) - screen(0, ids[0])) * (screen(1, ids[2]) - screen(1, ids[0])) -
-            (screen(0, ids[2]) - screen(0, ids[0])) * (screen(1, ids[1]) - screen(1, ids[0]));
-        if (std::abs(area) < 1e-12) continue;
-        double lowCol = 1e30, highCol = -1e30, lowRow = 1e30, highRow = -1e30;
-        for (int id : ids) {
-            lowCol = std::min(lowCol, screen(0, id)), highCol = std::max(highCol, screen(0, id));
-            lowRow = std::min(lowRow, screen(1, id)), highRow = std::max(highRow, screen(1, id));
-        }
-        const int c0 = std::max(left, static_cast<int>(std::floor(lowCol)));
-        const int c1 = std::min(left + kPanelSize - 1, static_cast<int>(std::ceil(highCol)));
-        const int r0 = std::max(0, static_cast<int>(std::floor(lowRow)));
-        const int r1 = std::min(image.rows - 1, static_cast<int>(std::ceil(highRow)));
-        for (int r = r0; r <= r1; ++r)
-            for (int col = c0; col <= c1; ++col) {
-                const double x = col + 0.5, y = r + 0.5;
-                double w[3];
-                for (int k = 0; k < 3; ++k) {
-                    const int i = ids[(k + 1) % 3], j = ids[(k + 2) % 3];
-                    w[k] = ((screen(0, j) - screen(0, i)) * (y - screen(1, i)) -
-                            (x - screen(0, i)) * (screen(1, j) - screen(1, i))) /
-                           area;
-                }
-                if (w[0] < 0 || w[1] < 0 || w[2] < 0) continue;
-                const double z =
-                    w[0] * screen(2, ids[0]) + w[1] * screen(2, ids[1]) + w[2] * screen(2, ids[2]);
-                double& nearest = depth.at<double>(r, col);
-                if (z >= nearest) continue;
-                nearest = z;
-                const double distance =
-                    w[0] * moved(ids[0]) + w[1] * moved(ids[1]) + w[2] * moved(ids[2]);
-                const Vector3d colour = light * heat(maxMoved > 0 ? distance / maxMoved : 0.0);
-                image.at<cv::Vec3b>(r, col) = cv::Vec3b(cv::saturate_cast<uchar>(255 * colour.z()),
-                                                        cv::saturate_cast<uchar>(255 * colour.y()),
-                                                        cv::saturate_cast<uchar>(255 * colour.x()));
-            }
+        const double light =
+            0.3 + 0.7 * std::abs((b - a).cross(c - a).normalized().dot(view.toward));
+        rasterise({project(ids[0]), project(ids[1]), project(ids[2])}, depth, region,
+                  [&](const double(&w)[3]) {
+                      const double distance =
+                          w[0] * moved(ids[0]) + w[1] * moved(ids[1]) + w[2] * moved(ids[2]);
+                      const Vector3d colour =
+                          light * heat(maxMoved > 0 ? distance / maxMoved : 0.0);
+                      return cv::Vec3b(cv::saturate_cast<uchar>(255 * colour.z()),
+                                       cv::saturate_cast<uchar>(255 * colour.y()),
+                                       cv::saturate_cast<uchar>(255 * colour.x()));
+                  });
     }
     cv::putText(image, panel.label, cv::Point(left + 10, 26), cv::FONT_HERSHEY_SIMPLEX, 0.55,
                 cv::Scalar(235, 235, 235), 1, cv::LINE_AA);
@@ -134,13 +109,7 @@ void writeBlendshapeSheet(const std::string& path, const std::vector<SheetPanel>
     cv::putText(image, scaleText, cv::Point(barLeft + barWidth + 12, barTop + 13),
                 cv::FONT_HERSHEY_SIMPLEX, 0.5, cv::Scalar(235, 235, 235), 1, cv::LINE_AA);
 
-    bool written = false;
-    try {
-        written = cv::imwrite(path, image);
-    } catch (const cv::Exception&) {
-        written = false;
-    }
-    if (!written) throw CommandError("cannot write the picture " + path);
+    writePanels(path, {image});
 }
 
 }  // namespace meridian::cli

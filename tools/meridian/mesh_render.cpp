@@ -33,35 +33,6 @@ double lightOf(const Eigen::Vector3d& n, const View& view) {
     return 0.3 + 0.7 * std::abs(n.dot(view.towardViewer));
 }
 
-/// Fills a triangle given in screen coordinates (x, y, depth), its light
-/// interpolated between the corners.
-void drawTriangle(const std::array<Eigen::Vector3d, 3>& screen, const std::array<double, 3>& light,
-                  const Eigen::Vector3d& colour, Panel& panel) {
-    const auto& [a, b, c] = screen;
-    const double area = (b.x() - a.x()) * (c.y() - a.y()) - (c.x() - a.x()) * (b.y() - a.y());
-    if (std::abs(area) < 1e-12) return;
-    const int c0 = std::max(0, static_cast<int>(std::floor(std::min({a.x(), b.x(), c.x()}))));
-    const int c1 = std::min(panel.image.cols - 1,
-                            static_cast<int>(std::ceil(std::max({a.x(), b.x(), c.x()}))));
-    const int r0 = std::max(0, static_cast<int>(std::floor(std::min({a.y(), b.y(), c.y()}))));
-    const int r1 = std::min(panel.image.rows - 1,
-                            static_cast<int>(std::ceil(std::max({a.y(), b.y(), c.y()}))));
-    for (int r = r0; r <= r1; ++r)
-        for (int col = c0; col <= c1; ++col) {
-            const double x = col + 0.5, y = r + 0.5;
-            const double w0 = ((b.x() - x) * (c.y() - y) - (c.x() - x) * (b.y() - y)) / area;
-            const double w1 = ((c.x() - x) * (a.y() - y) - (a.x() - x) * (c.y() - y)) / area;
-            const double w2 = 1.0 - w0 - w1;
-            if (w0 < 0 || w1 < 0 || w2 < 0) continue;
-            const float z = static_cast<float>(w0 * a.z() + w1 * b.z() + w2 * c.z());
-            float& nearest = panel.depth.at<float>(r, col);
-            if (z >= nearest) continue;
-            nearest = z;
-            panel.image.at<cv::Vec3b>(r, col) =
-                shaded(colour, w0 * light[0] + w1 * light[1] + w2 * light[2]);
-        }
-}
-
 }  // namespace
 
 Extent extentOf(const View& view, const std::vector<PreviewLayer>& layers, size_t first,
@@ -111,7 +82,9 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
                     (corners[1] - corners[0]).cross(corners[2] - corners[0]).normalized();
                 light.fill(lightOf(normal, view));
             }
-            drawTriangle(screen, light, layer.colour, panel);
+            rasterise(screen, panel.depth, panel.image, [&](const double(&w)[3]) {
+                return shaded(layer.colour, w[0] * light[0] + w[1] * light[1] + w[2] * light[2]);
+            });
         }
     }
     cv::putText(panel.image, view.label, cv::Point(8, 20), cv::FONT_HERSHEY_SIMPLEX, 0.5,

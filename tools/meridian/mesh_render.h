@@ -2,6 +2,8 @@
 // each surface faces the viewer: the pictures the tool draws.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -53,5 +55,38 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
 
 /// Writes the panels side by side as a PNG; throws CommandError when it cannot.
 void writePanels(const std::string& path, const std::vector<cv::Mat>& panels);
+
+/// Fills the pixels of `image` (CV_8UC3) whose centres lie inside a triangle
+/// given by its corners' (column, row, depth), where the depth is nearer than
+/// what `depth` (CV_32F, the image's size) holds; the nearest wins. `shade`
+/// gets the pixel's barycentric weights (`const double (&)[3]`) and returns
+/// its cv::Vec3b colour.
+template <typename Shade>
+void rasterise(const std::array<Eigen::Vector3d, 3>& corners, cv::Mat& depth, cv::Mat& image,
+               Shade&& shade) {
+    const auto& [a, b, c] = corners;
+    const double area = (b.x() - a.x()) * (c.y() - a.y()) - (c.x() - a.x()) * (b.y() - a.y());
+    if (std::abs(area) < 1e-12) return;
+    const int c0 = std::max(0, static_cast<int>(std::floor(std::min({a.x(), b.x(), c.x()}))));
+    const int c1 =
+        std::min(image.cols - 1, static_cast<int>(std::ceil(std::max({a.x(), b.x(), c.x()}))));
+    const int r0 = std::max(0, static_cast<int>(std::floor(std::min({a.y(), b.y(), c.y()}))));
+    const int r1 =
+        std::min(image.rows - 1, static_cast<int>(std::ceil(std::max({a.y(), b.y(), c.y()}))));
+    for (int r = r0; r <= r1; ++r)
+        for (int col = c0; col <= c1; ++col) {
+            const double x = col + 0.5, y = r + 0.5;
+            double w[3];
+            w[0] = ((b.x() - x) * (c.y() - y) - (c.x() - x) * (b.y() - y)) / area;
+            w[1] = ((c.x() - x) * (a.y() - y) - (a.x() - x) * (c.y() - y)) / area;
+            w[2] = 1.0 - w[0] - w[1];
+            if (w[0] < 0 || w[1] < 0 || w[2] < 0) continue;
+            const float z = static_cast<float>(w[0] * a.z() + w[1] * b.z() + w[2] * c.z());
+            float& nearest = depth.at<float>(r, col);
+            if (z >= nearest) continue;
+            nearest = z;
+            image.at<cv::Vec3b>(r, col) = shade(w);
+        }
+}
 
 }  // namespace meridian::cli
