@@ -45,30 +45,22 @@ TEST_F(Cli, SwapWritesTheHeadInEngineOrderAsAFullMesh) {
 
 TEST_F(Cli, SwapExplainsWhatIsWrong) {
     TempDir scratch;
-    const std::string sample = model_->file("sample_head.obj");
-    struct Case {
-        std::string arguments;
-        std::string says;
-    };
+    const std::string model = model_->str(), sample = model_->file("sample_head.obj");
     const std::string small = scratch.write("small.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
-    const Case cases[] = {
-        {"swap --model " + scratch.file("nowhere") + " --in " + sample + " --out " +
-             scratch.file("a.obj"),
-         "model directory not found"},
-        {"swap --model " + model_->str() + " --in " + scratch.file("missing.obj") + " --out " +
-             scratch.file("b.obj"),
-         "no such mesh file"},
-        {"swap --model " + model_->str() + " --in " + small + " --out " + scratch.file("c.obj"),
+    const struct {
+        std::string model, in, out, says;
+    } cases[] = {
+        {scratch.file("nowhere"), sample, scratch.file("a.obj"), "model directory not found"},
+        {model, scratch.file("missing.obj"), scratch.file("b.obj"), "no such mesh file"},
+        {model, small, scratch.file("c.obj"),
          "has 3 vertices; a head in the template topology has 20481"},
-        {"swap --model " + model_->str() + " --in " + sample + " --out " +
-             scratch.file("no/such/dir/d.obj"),
-         "cannot write"},
-        {"swap --model " + scratch.str() + " --in " + sample + " --out " + scratch.file("e.obj"),
-         "no idx_head2ue4.corresp"},
+        {model, sample, scratch.file("no/such/dir/d.obj"), "cannot write"},
+        {scratch.str(), sample, scratch.file("e.obj"), "no idx_head2ue4.corresp"},
     };
-    for (const Case& c : cases) {
-        const ToolRun run = runTool(c.arguments);
-        EXPECT_EQ(run.exitCode, 1) << c.arguments << "\n" << run.output;
+    for (const auto& c : cases) {
+        const ToolRun run =
+            runTool("swap --model " + c.model + " --in " + c.in + " --out " + c.out);
+        EXPECT_EQ(run.exitCode, 1) << c.says << "\n" << run.output;
         EXPECT_NE(run.output.find("error: "), std::string::npos) << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
     }

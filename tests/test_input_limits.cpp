@@ -36,28 +36,22 @@ TEST(InputLimits, ReadersRefuseCountsTheFileCannotBack) {
     TempDir dir;
     const std::string sparse = dir.file("sparse.obj");
     std::filesystem::resize_file(dir.write("sparse.obj", ""), km::kMaxObjFileBytes + 1);
+    const auto loadCorrespondence = [&](const std::string& text) {
+        km::Correspondence r;
+        km::loadCorrespondence(r, dir.write("map.corresp", text));
+    };
     const struct {
         const char* name;
         std::function<void()> read;
         const char* says;
     } cases[] = {
         {"count above the file's bytes",
-         [&] {
-             km::Correspondence r;
-             km::loadCorrespondence(r, dir.write("a", correspondence(1 << 24, "0 1\n")));
-         },
+         [&] { loadCorrespondence(correspondence(1 << 24, "0 1\n")); },
          "element count 16777216 cannot be honest in a file of 59 bytes"},
         {"count line at the end of the file",
-         [&] {
-             km::Correspondence r;
-             km::loadCorrespondence(r, dir.write("e", "# base 0\n# element count 9999"));
-         },
+         [&] { loadCorrespondence("# base 0\n# element count 9999"); },
          "element count 9999 cannot be honest in a file of 29 bytes"},
-        {"count above the limit",
-         [&] {
-             km::Correspondence r;
-             km::loadCorrespondence(r, dir.write("b", correspondence((1 << 24) + 1, "")));
-         },
+        {"count above the limit", [&] { loadCorrespondence(correspondence((1 << 24) + 1, "")); },
          "element count 16777217 is above the limit of 16777216"},
         {"PLY vertices above the file's bytes",
          [&] { km::readPly(dir.write("c.ply", "ply\nelement vertex 60\nend_header\n1 2 3\n"), 3); },

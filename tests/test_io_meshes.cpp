@@ -163,20 +163,9 @@ TEST(ObjReader, NumbersConvertLikeAStringStreamFloatExtraction) {
 
 // Nine header lines, three vertices (with normals), two faces.
 const char* const kPly =
-    "ply\n"
-    "format ascii 1.0\n"
-    "element vertex 3\n"
-    "property float x\n"
-    "property float y\n"
-    "property float z\n"
-    "element face 2\n"
-    "property list uchar int vertex_indices\n"
-    "end_header\n"
-    "0.123456789 1 2 0 0 1\n"
-    "3 4 5e-300 0.5 -0.5 0.25\n"
-    "6 7 8\n"
-    "3 0 1 2\n"
-    "4 2 1 0 7\n";
+    "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+    "property float z\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n"
+    "0.123456789 1 2 0 0 1\n3 4 5e-300 0.5 -0.5 0.25\n6 7 8\n3 0 1 2\n4 2 1 0 7\n";
 
 struct PlyCase {
     std::string text;
@@ -241,13 +230,14 @@ TEST(PlyReader, HeaderCountsAndLineRules) {
 
 TEST(PlyReader, CountsHeaderLinesAndToleratesMissingFiles) {
     TempDir dir;
-    EXPECT_EQ(countPlyHeaderLines(dir.write("a.ply", kPly)), 9);
-    EXPECT_EQ(countPlyHeaderLines(
-                  dir.write("b.ply", "ply\r\nformat ascii 1.0\r\nend_header\r\n1 2 3\r\n")),
-              3);
-    EXPECT_EQ(countPlyHeaderLines(dir.write("c.ply", "ply\nformat ascii 1.0\nelement vertex 0\n")),
-              0);
-    EXPECT_EQ(countPlyHeaderLines(dir.write("d.ply", "ply\nformat ascii 1.0\nend_header\r")), 0);
+    const std::pair<std::string, int> cases[] = {
+        {kPly, 9},
+        {"ply\r\nformat ascii 1.0\r\nend_header\r\n1 2 3\r\n", 3},
+        {"ply\nformat ascii 1.0\nelement vertex 0\n", 0},  // no end_header line
+        {"ply\nformat ascii 1.0\nend_header\r", 0},        // nor is a lone CR a line end
+    };
+    for (const auto& [text, lines] : cases)
+        EXPECT_EQ(countPlyHeaderLines(dir.write("m.ply", text)), lines) << text;
     EXPECT_EQ(countPlyHeaderLines(dir.file("absent.ply")), 0);
     const auto m = readPly(dir.file("absent.ply"), 9);
     EXPECT_EQ(m.vertices.size() + m.faces.size() + m.extra.size(), 0);
@@ -262,21 +252,18 @@ const std::string kTemplate =
     "# template head\r\nmtllib head.mtl\nv 1 2 3\nvt 0.25 0.5\r\nvn 0 0 1\nv\t9 9 9\n v 8 8 8\n\n"
     "v 0.123456789012345 -5 6e2\nusemtl skin  \nf 1/1/1 2/1/1 3/1/1\nv 7 8 9";
 
-TEST(ObjReaderVertexLines, ReadsOnlyVLinesAtFullPrecision) {
+TEST(ObjReaderVertexLines, ReadAndRewriteOnlyVLines) {
     TempDir dir;
-    EXPECT_MATRIX_EQ(readObjVertexLines(dir.write("t.obj", kTemplate)),
+    const std::string templatePath = dir.write("t.obj", kTemplate), outPath = dir.file("out.obj");
+    EXPECT_MATRIX_EQ(readObjVertexLines(templatePath),
                      columns(3, {1, 2, 3, 0.123456789012345, -5, 600, 7, 8, 9}));
     EXPECT_MATRIX_EQ(readObjVertexLines(dir.file("absent.obj")), Eigen::Matrix3Xd(3, 0));
-}
 
-TEST(ObjReaderVertexLines, RewriteReplacesVLinesAndCopiesEverythingElse) {
-    TempDir dir;
-    const std::string outPath = dir.file("out.obj");
     Eigen::Matrix3Xd vertices(3, 2);
     vertices << 1.5, 1e6,   //
         -2.25, -0.0000004,  //
         0.1234567, 0;
-    ASSERT_TRUE(rewriteObjVertexLines(dir.write("t.obj", kTemplate), outPath, vertices));
+    ASSERT_TRUE(rewriteObjVertexLines(templatePath, outPath, vertices));
     // Vertex lines beyond the matrix, other line ends and a last line
     // without one stay as they are.
     std::string expected = kTemplate;
@@ -284,19 +271,15 @@ TEST(ObjReaderVertexLines, RewriteReplacesVLinesAndCopiesEverythingElse) {
     expected.replace(expected.find("v 0.123456789012345 -5 6e2"), 26,
                      "v 1000000.000000 -0.000000 0.000000");
     EXPECT_EQ(readBytes(outPath), expected);
-}
 
-TEST(ObjReaderVertexLines, UnopenableFilesAreReported) {
-    TempDir dir;
-    const Eigen::Matrix3Xd one = Eigen::Vector3d(1, 2, 3);
-    const std::string templatePath = dir.write("t.obj", kTemplate);
+    // Files that cannot be opened are reported.
     const std::string noDir = dir.file("no-such-dir/out.obj"), missing = dir.file("absent.obj");
     const struct {
         std::string from, to, unopenable;
-    } cases[] = {{templatePath, noDir, noDir}, {missing, dir.file("out.obj"), missing}};
+    } cases[] = {{templatePath, noDir, noDir}, {missing, outPath, missing}};
     for (const auto& c : cases) {
         testing::internal::CaptureStdout();
-        EXPECT_FALSE(rewriteObjVertexLines(c.from, c.to, one));
+        EXPECT_FALSE(rewriteObjVertexLines(c.from, c.to, vertices));
         EXPECT_EQ(testing::internal::GetCapturedStdout(), "can't open " + c.unopenable + "\n");
     }
 }

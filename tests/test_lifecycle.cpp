@@ -54,52 +54,43 @@ class Lifecycle : public ::testing::Test {
     std::vector<float> face_ = randomPlanarHead(21);
 };
 
-TEST_F(Lifecycle, OverWithNothingInitialisedReturnsOne) {
+TEST_F(Lifecycle, HandlesLiveUntilOverAndBadOnesAreRejectedSilently) {
+    // Nothing initialised yet: tearing down is fine, twice.
     EXPECT_EQ(AI_system_over(), 1);
     EXPECT_EQ(AI_system_over(), 1);
-}
 
-TEST_F(Lifecycle, HandlesStayValidWhileMoreEnginesAreCreated) {
     const meridian_handle first = AI_system_init_swaphead(model_.str().c_str());
     ASSERT_NE(first, 0u);
-    std::vector<meridian_handle> more;
-    for (int i = 0; i < 40; ++i) more.push_back(AI_system_init_swaphead(model_.str().c_str()));
-    EXPECT_TRUE(swapWorks(first));
-    for (meridian_handle h : more) EXPECT_TRUE(swapWorks(h));
-}
-
-TEST_F(Lifecycle, ZeroForeignAndStaleHandlesAreRejectedSilently) {
-    const meridian_handle handle = AI_system_init_swaphead(model_.str().c_str());
-    ASSERT_NE(handle, 0u);
-    ::testing::internal::CaptureStdout();
-    EXPECT_FALSE(swapWorks(0));
-    EXPECT_FALSE(swapWorks(handle + 1));
-    int local = 0;
-    EXPECT_FALSE(swapWorks(reinterpret_cast<meridian_handle>(&local)));
-    EXPECT_EQ(AI_swap_head(handle, nullptr, nullptr, 0), 0);
-
-    AI_system_over();
-    EXPECT_FALSE(swapWorks(handle));
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
-
-    // A new engine after tear-down works; the old handle stays dead.
-    const meridian_handle again = AI_system_init_swaphead(model_.str().c_str());
-    ASSERT_NE(again, 0u);
-    EXPECT_TRUE(swapWorks(again));
-    EXPECT_FALSE(swapWorks(handle));
-}
-
-TEST_F(Lifecycle, FailedInitGivesNoUsableHandle) {
     TempDir empty;
-    const meridian_handle good = AI_system_init_swaphead(model_.str().c_str());
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(AI_system_init_swaphead(empty.str().c_str()), 0u);
     EXPECT_EQ(AI_system_init_swaphead(nullptr), 0u);
     ::testing::internal::GetCapturedStdout();
-    // The failed engine stays registered but has no handle: the numbers
-    // after the good one name nothing.
-    for (meridian_handle next = good + 1; next < good + 4; ++next) EXPECT_FALSE(swapWorks(next));
-    EXPECT_TRUE(swapWorks(good));
+
+    // A failed engine stays registered but has no handle: the numbers after
+    // the good one name nothing. Zero, foreign and null arguments neither.
+    ::testing::internal::CaptureStdout();
+    for (meridian_handle next = first + 1; next < first + 4; ++next) EXPECT_FALSE(swapWorks(next));
+    EXPECT_FALSE(swapWorks(0));
+    int local = 0;
+    EXPECT_FALSE(swapWorks(reinterpret_cast<meridian_handle>(&local)));
+    EXPECT_EQ(AI_swap_head(first, nullptr, nullptr, 0), 0);
+
+    // Handles stay valid while more engines are created.
+    std::vector<meridian_handle> more;
+    for (int i = 0; i < 40; ++i) more.push_back(AI_system_init_swaphead(model_.str().c_str()));
+    EXPECT_TRUE(swapWorks(first));
+    for (meridian_handle h : more) EXPECT_TRUE(swapWorks(h));
+
+    // Tear-down kills them all; a new engine works, the old handles stay dead.
+    AI_system_over();
+    EXPECT_FALSE(swapWorks(first));
+    EXPECT_FALSE(swapWorks(more.back()));
+    const meridian_handle again = AI_system_init_swaphead(model_.str().c_str());
+    ASSERT_NE(again, 0u);
+    EXPECT_TRUE(swapWorks(again));
+    EXPECT_FALSE(swapWorks(first));
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
 // Registry behaviour that the C interface cannot show directly.
