@@ -1,6 +1,7 @@
 // The blendshape exports without the demo data: the process exit of a
 // missing or short data file (in a child process), bad data refused with a
 // message, and run calls that must not run.
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -23,40 +23,26 @@ namespace {
 
 namespace bs = kestrel::meridian::blendshape;
 using meridian::testing::randomPlanarHead;
+using meridian::testing::readBytes;
 using meridian::testing::TempDir;
 
-struct ChildRun {
-    int exitCode = -1;   ///< -1 when the child did not exit normally
-    std::string output;  ///< its standard output
-};
-
-/// Runs `body` in a forked child whose standard output is captured. A body
+/// Runs `AI_system_initDynamic_BS(modelDir)` in a forked child: its exit
+/// code (-1 when it did not exit normally) and its standard output. A call
 /// that returns ends the child with exit code 0.
-ChildRun runInChild(const std::function<void()>& body) {
-    int pipeEnds[2];
-    if (pipe(pipeEnds) != 0) return {};
+std::pair<int, std::string> initInChild(const std::string& modelDir, const TempDir& scratch) {
+    const std::string captured = scratch.file("stdout.txt");
     std::cout.flush();
     std::fflush(stdout);
     const pid_t pid = fork();
     if (pid == 0) {
-        close(pipeEnds[0]);
-        dup2(pipeEnds[1], STDOUT_FILENO);
-        body();
-        std::cout.flush();
-        std::fflush(stdout);
+        dup2(open(captured.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+        const int64_t result = AI_system_initDynamic_BS(modelDir.c_str());
+        std::cout << "returned " << result << std::endl;
         _exit(0);
     }
-    close(pipeEnds[1]);
-    ChildRun run;
-    char buffer[4096];
-    ssize_t got = 0;
-    while ((got = read(pipeEnds[0], buffer, sizeof buffer)) > 0)
-        run.output.append(buffer, static_cast<size_t>(got));
-    close(pipeEnds[0]);
     int status = 0;
     waitpid(pid, &status, 0);
-    if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
-    return run;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readBytes(captured)};
 }
 
 /// A complete "BS/" tree of the right sizes: zeros everywhere (every index
@@ -80,11 +66,9 @@ void writeZeroBackend(const std::string& modelDir) {
             write(root / entry.name, entry, f == bs::kSigmaFile ? 1.0 : 0.0);
         }
     }
-    for (const bs::RegionEntry& region : bs::kRegions) {
-        write(root / region.directory / region.all.name, region.all, 0.0);
-        write(root / region.directory / region.fixed.name, region.fixed, 0.0);
-        write(root / region.directory / region.weights.name, region.weights, 0.0);
-    }
+    for (const bs::RegionEntry& region : bs::kRegions)
+        for (const bs::MatrixFileEntry& entry : {region.all, region.fixed, region.weights})
+            write(root / region.directory / entry.name, entry, 0.0);
 }
 
 /// Overwrites entry `entry` of matrix file `name` (under "BS/").
@@ -98,11 +82,9 @@ TEST(BlendshapeInit, EndsTheProcessOnAMissingOrShortDataFile) {
     TempDir empty, partial, shortFile;
     partial.write("BS/kp_86_h_r_1_c_86.bin", std::string(8 * 86, '\0'));
     shortFile.write("BS/kp_86_h_r_1_c_86.bin", std::string(40, '\0'));
-    struct Case {
-        std::string modelDir;
-        std::string says;
-    };
-    const Case cases[] = {
+    const struct {
+        std::string modelDir, says;
+    } cases[] = {
         {empty.str(), "Unable to open file: " + empty.str() + "/BS/kp_86_h_r_1_c_86.bin\n"},
         // The directory is used as given: a trailing slash doubles.
         {empty.str() + "/", "Unable to open file: " + empty.str() + "//BS/kp_86_h_r_1_c_86.bin\n"},
@@ -112,48 +94,41 @@ TEST(BlendshapeInit, EndsTheProcessOnAMissingOrShortDataFile) {
         {shortFile.str(), "Matrix file too short: " + shortFile.str() +
                               "/BS/kp_86_h_r_1_c_86.bin holds 40 bytes, 1 x 86 doubles need 688\n"},
     };
-    for (const Case& c : cases) {
-        const ChildRun run = runInChild([&] {
-            const int64_t result = AI_system_initDynamic_BS(c.modelDir.c_str());
-            std::cout << "returned " << result << std::endl;
-        });
-        EXPECT_EQ(run.exitCode, 255) << run.output;  // exit(-1)
-        EXPECT_EQ(run.output, "init backend datas" + c.modelDir + "\n" + c.says);
+    for (const auto& c : cases) {
+        const auto [exitCode, output] = initInChild(c.modelDir, empty);
+        EXPECT_EQ(exitCode, 255) << output;  // exit(-1)
+        EXPECT_EQ(output, "init backend datas" + c.modelDir + "\n" + c.says);
     }
 }
 
 TEST(BlendshapeInit, RefusesIndicesOfNoVertexWithAMessageAndNoEngine) {
     TempDir model;
     writeZeroBackend(model.str());
-    const std::string bs = model.str() + "/BS/";
-    struct Case {
+    // Each message is the file's path, then what is wrong with it.
+    const struct {
         std::string file;
         long entry;
         double value;
         std::string says;
-    };
-    const Case cases[] = {
-        {"up_r_1_c_18518.bin", 7, 20481.0,
-         bs + "up_r_1_c_18518.bin: entry 7 names head vertex 20481, outside 0..20480"},
-        {"up_r_1_c_18518.bin", 0, -1.0,
-         bs + "up_r_1_c_18518.bin: entry 0 names head vertex -1, outside 0..20480"},
+    } cases[] = {
+        {"up_r_1_c_18518.bin", 7, 20481.0, "entry 7 names head vertex 20481, outside 0..20480"},
+        {"up_r_1_c_18518.bin", 0, -1.0, "entry 0 names head vertex -1, outside 0..20480"},
         {"mask/nose/idx_fix_r_1_c_657.bin", 656, 18518.0,
-         bs + "mask/nose/idx_fix_r_1_c_657.bin: entry 656 names face vertex 18518, outside "
-              "0..18517"},
+         "entry 656 names face vertex 18518, outside 0..18517"},
         {"zf_all_face_V9_500_sigma_r_500_c_1.bin", 3, 0.0,
-         bs + "zf_all_face_V9_500_sigma_r_500_c_1.bin: entry 3 is 0, not a positive standard "
-              "deviation"},
+         "entry 3 is 0, not a positive standard deviation"},
     };
     const std::vector<float> head = randomPlanarHead(3);
     std::vector<float> out(6 * 3 * 20481, 5.0f);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         setEntry(model.str(), c.file, c.entry, c.value);
         ::testing::internal::CaptureStdout();
         const int64_t result = AI_system_initDynamic_BS(model.str().c_str());
         const std::string output = ::testing::internal::GetCapturedStdout();
         EXPECT_EQ(result, 1);
-        EXPECT_EQ(output, "init backend datas" + model.str() + "\n" + c.says + "\n");
+        EXPECT_EQ(output, "init backend datas" + model.str() + "\n" + model.str() + "/BS/" +
+                              c.file + ": " + c.says + "\n");
         EXPECT_EQ(AI_get_BS(head.data(), out.data()), 0);
         setEntry(model.str(), c.file, c.entry,
                  c.file.find("sigma") != std::string::npos ? 1.0 : 0.0);

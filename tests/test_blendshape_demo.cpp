@@ -14,6 +14,7 @@
 #include "blendshape/blendshape_engine.h"
 #include "blendshape/blendshape_literal_reference.h"
 #include "demo/demo_model.h"
+#include "eyes_fixtures.h"
 #include "io/matrix_file.h"
 #include "io/planar.h"
 #include "meridian/meridian.h"
@@ -28,23 +29,15 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using kestrel::meridian::CBlendshapeEngine;
 using kestrel::meridian::planarToVertices;
+using meridian::testing::planar;
 
 constexpr Index kHead = 20481;
 
 const std::string kModelDir = MERIDIAN_BLENDSHAPE_DEMO_DIR;
 
-#define REQUIRE_DEMO_DATA()                                                                    \
-    if (!std::filesystem::exists(kModelDir + "/BS/" + bs::kBackendFiles[bs::kBasisFile].name)) \
-    GTEST_SKIP() << "no demo blendshape data in " << kModelDir                                 \
-                 << ": run the tests through ctest (its setup writes it) or run `meridian "    \
-                    "demo --out "                                                              \
-                 << kModelDir << "`"
-
-std::vector<float> planar(const Matrix3Xd& vertices) {
-    std::vector<float> values(static_cast<size_t>(3 * vertices.cols()));
-    kestrel::meridian::matrixToPlanar(vertices, values.data());
-    return values;
-}
+#define REQUIRE_DEMO_DATA()                          \
+    if (!std::filesystem::exists(kModelDir + "/BS")) \
+    GTEST_SKIP() << "no demo blendshape data in " << kModelDir << " (ctest's setup writes it)"
 
 TEST(BlendshapeDemo, EngineMatchesTheLiteralMethodAndKeepsTheRegionRules) {
     REQUIRE_DEMO_DATA();
@@ -178,18 +171,13 @@ TEST(BlendshapeDemo, CInterfaceLoadsTimesAndWritesTheSixShapes) {
     ASSERT_EQ(AI_get_BS(head.data(), out.data()), 1);
     EXPECT_TRUE(std::equal(head.begin(), head.end(), out.begin())) << "shape 0 is the input";
     // Shape s + 1 moves region s's anchor, and at most the region's vertices.
-    const std::vector<int>& faceList = demo::faceVertexList();
+    const Matrix3Xd input = planarToVertices(head.data(), kHead);
     for (int r = 0; r < bs::kRegionCount; ++r) {
-        const float* shape = out.data() + (r + 1) * 3 * kHead;
-        auto moved = [&](Index v) {
-            return Vector3d(shape[v] - head[v], shape[kHead + v] - head[kHead + v],
-                            shape[2 * kHead + v] - head[2 * kHead + v])
-                .norm();
-        };
-        int movedCount = 0;
-        for (Index v = 0; v < kHead; ++v) movedCount += moved(v) > 1e-4;
-        EXPECT_GT(moved(faceList[bs::kRegions[r].anchor]), 0.4) << bs::kRegions[r].name;
-        EXPECT_LE(movedCount, bs::kRegions[r].all.cols) << bs::kRegions[r].name;
+        SCOPED_TRACE(bs::kRegions[r].name);
+        const Eigen::RowVectorXd moved =
+            (planarToVertices(out.data() + (r + 1) * 3 * kHead, kHead) - input).colwise().norm();
+        EXPECT_GT(moved(demo::faceVertexList()[bs::kRegions[r].anchor]), 0.4);
+        EXPECT_LE((moved.array() > 1e-4).count(), bs::kRegions[r].all.cols);
     }
 
     AI_system_over();

@@ -45,22 +45,21 @@ RowMajorMatrixXd gatherRows(const MatrixXd& basis, const RegionDefinition& regio
 
 /// The record the loader builds from a region's lists.
 bs::RegionRecord toRecord(const RegionDefinition& region) {
+    auto row = [](const std::vector<int>& ids) {
+        return Eigen::Map<const Eigen::RowVectorXi>(ids.data(), Index(ids.size())).cast<double>();
+    };
+    std::vector<int> fixedWithAnchor = region.fixed;
+    fixedWithAnchor.push_back(region.anchor);
     bs::RegionRecord record;
-    const auto count = static_cast<Index>(region.fixed.size());
     record.anchor = region.anchor;
-    record.all = Eigen::Map<const Eigen::VectorXi>(region.all.data(), region.all.size())
-                     .cast<double>()
-                     .transpose();
-    record.fixed =
-        Eigen::Map<const Eigen::VectorXi>(region.fixed.data(), count).cast<double>().transpose();
-    record.weights = MatrixXd::Zero(3, count);
-    for (Index j = 0; j < count; ++j) record.weights(0, j) = region.fixedWeights[j];
-    record.fixedWithAnchor.resize(1, count + 1);
-    record.fixedWithAnchor << record.fixed, region.anchor;
-    record.w0 = static_cast<float>(region.w0);
-    record.w1 = static_cast<float>(region.w1);
-    record.w2 = static_cast<float>(region.w2);
-    record.w3 = static_cast<float>(region.w3);
+    record.all = row(region.all);
+    record.fixed = row(region.fixed);
+    record.fixedWithAnchor = row(fixedWithAnchor);
+    record.weights = MatrixXd::Zero(3, Index(region.fixed.size()));
+    for (size_t j = 0; j < region.fixed.size(); ++j)
+        record.weights(0, Index(j)) = region.fixedWeights[j];
+    record.w0 = float(region.w0), record.w1 = float(region.w1);
+    record.w2 = float(region.w2), record.w3 = float(region.w3);
     return record;
 }
 
@@ -106,8 +105,7 @@ TEST(BlendshapeRegionFit, MatchesTheClosedFormOnACoordinateBasis) {
     const Vector3d fitted1 = fitted(1, 2 * region.w1, face.col(1));
     const Vector3d fitted5 = fitted(5, region.w1, face.col(5));
 
-    Matrix3Xd expected = face;
-    expected.col(0) = face.col(0);                          // weight 0: the input
+    Matrix3Xd expected = face;                              // vertex 0, border weight 0: the input
     expected.col(1) = 0.25 * fitted1 + 0.75 * face.col(1);  // the later weight
     expected.col(2) = mu(2);                                // unconstrained: the mean
     expected.col(3) = fitted(3, region.w0, pushed);         // the anchor
@@ -202,24 +200,6 @@ TEST(BlendshapeRegionFit, RejectsWhatCannotBeFactorised) {
 
 // --- A real face model ------------------------------------------------------
 
-struct RealModel {
-    MatrixXd basis, mean, sigma, triangles;
-};
-
-bool readRealModel(RealModel& model) {
-    const std::string dir = std::string(MERIDIAN_SHARED_DIR) + "/realdata/facemodel/";
-    using kestrel::meridian::MatrixFileStatus;
-    using kestrel::meridian::readMatrixFile;
-    return readMatrixFile(dir + "sfm_pcev_r_10344_c_63.bin", 10344, 63, model.basis) ==
-               MatrixFileStatus::ok &&
-           readMatrixFile(dir + "sfm_mu_r_10344_c_1.bin", 10344, 1, model.mean) ==
-               MatrixFileStatus::ok &&
-           readMatrixFile(dir + "sfm_sigma_r_63_c_1.bin", 63, 1, model.sigma) ==
-               MatrixFileStatus::ok &&
-           readMatrixFile(dir + "sfm_tri_r_3_c_6736.bin", 3, 6736, model.triangles) ==
-               MatrixFileStatus::ok;
-}
-
 /// The `all` nearest vertices of the anchor, the outermost `fixed` of them
 /// the border, weights falling smoothly from 1 (inner edge) to 0 (outer).
 RegionDefinition ballRegion(const Matrix3Xd& points, int anchor, int all, int fixed) {
@@ -241,15 +221,25 @@ RegionDefinition ballRegion(const Matrix3Xd& points, int anchor, int all, int fi
 }
 
 TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
-    RealModel model;
-    if (!readRealModel(model))
-        GTEST_SKIP() << "real face model not found under " << MERIDIAN_SHARED_DIR
-                     << "/realdata/facemodel/";
+    const std::string dir = std::string(MERIDIAN_SHARED_DIR) + "/realdata/facemodel/";
+    MatrixXd basis, mean, sigma, triangles;
+    const struct {
+        const char* name;
+        int rows, cols;
+        MatrixXd* into;
+    } files[] = {{"sfm_pcev_r_10344_c_63.bin", 10344, 63, &basis},
+                 {"sfm_mu_r_10344_c_1.bin", 10344, 1, &mean},
+                 {"sfm_sigma_r_63_c_1.bin", 63, 1, &sigma},
+                 {"sfm_tri_r_3_c_6736.bin", 3, 6736, &triangles}};
+    for (const auto& f : files)
+        if (kestrel::meridian::readMatrixFile(dir + f.name, f.rows, f.cols, *f.into) !=
+            kestrel::meridian::MatrixFileStatus::ok)
+            GTEST_SKIP() << "real face model not found under " << dir;
     // A face of the model (mean plus a fixed mix of components): its border
     // can be followed exactly, so what moves is the puff alone.
-    VectorXd alpha = VectorXd::Zero(model.sigma.size());
+    VectorXd alpha = VectorXd::Zero(sigma.size());
     for (int j = 0; j < 8; ++j) alpha(j) = (j % 2 ? -0.8 : 0.6) / (1.0 + 0.3 * j);
-    const VectorXd faceVector = model.mean + model.basis * model.sigma.cwiseProduct(alpha);
+    const VectorXd faceVector = mean + basis * sigma.cwiseProduct(alpha);
     const Matrix3Xd face = Eigen::Map<const Matrix3Xd>(faceVector.data(), 3, faceVector.size() / 3);
 
     // The nose tip is vertex 114; the cheek anchor is the most frontal
@@ -273,8 +263,8 @@ TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
         RegionDefinition region = ballRegion(face, c.anchor, 600, 60);
         region.w0 = region.w1 = 1e6;
         region.w2 = c.w2, region.w3 = c.w3;
-        const RowMajorMatrixXd rows = gatherRows(model.basis, region);
-        const RegionFit fit(region, rows.data(), model.basis.cols(), model.mean, model.sigma);
+        const RowMajorMatrixXd rows = gatherRows(basis, region);
+        const RegionFit fit(region, rows.data(), basis.cols(), mean, sigma);
         const Matrix3Xd moved = deformedFace(fit, face) - face;
 
         // The anchor moves away from the border's centroid by the factor
@@ -294,7 +284,7 @@ TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
         for (size_t j = 0; j < region.fixed.size(); ++j) {
             const int q = region.fixed[j];
             const Vector3d surface =
-                model.mean.col(0).segment<3>(3 * q) + model.basis.middleRows<3>(3 * q) * c0;
+                mean.col(0).segment<3>(3 * q) + basis.middleRows<3>(3 * q) * c0;
             EXPECT_LT((surface - face.col(q)).norm(), 0.1 * push.norm()) << "border vertex " << q;
             if (region.fixedWeights[j] == 0.0) {
                 EXPECT_EQ(moved.col(q).norm(), 0.0);
@@ -305,10 +295,10 @@ TEST(BlendshapeRegionFit, PuffsTheNoseAndACheekOfARealFaceModel) {
         std::vector<bool> inRegion(static_cast<size_t>(face.cols()), false);
         for (int v : fit.outputVertices()) inRegion[static_cast<size_t>(v)] = true;
         double steepest = 0.0;
-        for (Index t = 0; t < model.triangles.cols(); ++t)
+        for (Index t = 0; t < triangles.cols(); ++t)
             for (int e = 0; e < 3; ++e) {
-                const auto u = static_cast<Index>(model.triangles(e, t));
-                const auto v = static_cast<Index>(model.triangles((e + 1) % 3, t));
+                const auto u = static_cast<Index>(triangles(e, t));
+                const auto v = static_cast<Index>(triangles((e + 1) % 3, t));
                 steepest = std::max(steepest, (moved.col(u) - moved.col(v)).norm() /
                                                   (face.col(u) - face.col(v)).norm());
             }

@@ -1,8 +1,6 @@
 // The debug exports: head meshes read into planar arrays, the GBK messages,
 // and the template eye mesh written with a pose.
-#include <cstdio>
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -44,12 +42,11 @@ TEST(DebugHeadData, ReadsPlyAndObjPlanarAndReportsInGbk) {
     EXPECT_EQ(out, std::vector<float>(9, -1.0f));
     EXPECT_EQ(debug_get_head_data_from_ply(nullptr, out.data()), 0);
     EXPECT_EQ(debug_get_head_data_from_obj(obj.c_str(), nullptr), 0);
-}
 
-TEST(DebugHeadData, VertexTablesOfEitherOrientationAreCopiedAsTheyAre) {
+    // A table of one row per vertex is copied as it is, row after row.
     Eigen::MatrixXd rows(20481, 3);
     for (Eigen::Index k = 0; k < rows.size(); ++k) rows.data()[k] = static_cast<double>(k);
-    std::vector<float> out(rows.size());
+    out.resize(rows.size());
     EXPECT_EQ(kestrel::meridian::copyHeadVertices(rows, "h", out.data()), 1);
     EXPECT_EQ(out[3 * 7 + 2], rows(7, 2));
     EXPECT_EQ(out[3 * 20480 + 1], rows(20480, 1));

@@ -14,7 +14,7 @@
 #include "demo/demo_model.h"
 #include "demo/float_round.h"
 #include "demo/head_topology.h"
-#include "fixtures.h"
+#include "eyes_fixtures.h"
 #include "io/correspondence.h"
 #include "io/mesh_readers.h"
 
@@ -104,12 +104,11 @@ TEST(DemoModelHead, FixedVertexIdsAreDistinctAndLandmarksSitOnTheReference) {
     EXPECT_EQ(ids.size(), 25u + 45u + 45u + 2u);
     EXPECT_LT(*ids.rbegin(), demo::kTemplateVertexCount);
 
-    const demo::DemoHead& head = demo::demoHead();
-    for (int k = 0; k < demo::kLandmarkCount; ++k)
-        for (int r = 0; r < 3; ++r)
-            EXPECT_EQ(static_cast<float>(head.vertices(r, demo::kLandmarkIds[k])),
-                      demo::kLandmarkPositions[k][r])
-                << "landmark " << k << " coordinate " << r;
+    // The landmark template holds the head's landmark positions as floats.
+    const Eigen::Matrix3Xf landmarks =
+        demo::demoHead().vertices(Eigen::all, demo::kLandmarkIds).cast<float>();
+    EXPECT_EQ(landmarks, Eigen::Map<const Eigen::Matrix3Xf>(&demo::kLandmarkPositions[0][0], 3,
+                                                            demo::kLandmarkCount));
 }
 
 // --- Eye sockets, texture layout, blendshape face ----------------------------
@@ -216,8 +215,8 @@ TEST(DemoModelSample, IsTheDemoHeadUnderASimilarityNearEyesAndLandmarksOnly) {
                                           Eigen::ComputeFullU | Eigen::ComputeFullV);
     EXPECT_LT((svd.matrixU() * svd.matrixV().transpose() - m.rotation).norm(), 1e-5);
     EXPECT_NEAR(std::sqrt(b.squaredNorm() / a.squaredNorm()), m.scale, 1e-6);
-    for (int k = 0; k < demo::kLandmarkCount; ++k)
-        EXPECT_LT((to.col(k) - moved(from.col(k))).norm(), 1e-4) << "landmark " << k;
+    const Eigen::Matrix3Xd movedFrom = (m.scale * (m.rotation * from)).colwise() + m.translation;
+    EXPECT_LT((to - movedFrom).colwise().norm().maxCoeff(), 1e-4);
 
     for (int eye = 0; eye < 2; ++eye) {
         const Sphere fit = fitSphere(eye == 0 ? sample(Eigen::all, demo::kRingB)
@@ -233,23 +232,12 @@ TEST(DemoModelSample, IsTheDemoHeadUnderASimilarityNearEyesAndLandmarksOnly) {
 
 // --- Model directory -------------------------------------------------------------
 
-class DemoModelFiles : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        dir_ = new TempDir();
-        std::string error;
-        written_ = demo::writeDemoModel(dir_->str(), error);
-        EXPECT_TRUE(written_) << error;
-    }
-    static void TearDownTestSuite() { delete dir_; }
-    void SetUp() override { ASSERT_TRUE(written_); }
-    static std::string file(const std::string& name) { return dir_->file(name); }
+// The model directory, written once per process.
+std::string file(const std::string& name) {
+    return meridian::testing::demoModel().file(name);
+}
 
-    static inline TempDir* dir_ = nullptr;
-    static inline bool written_ = false;
-};
-
-TEST_F(DemoModelFiles, CorrespondencesCarryTheTemplateOntoEveryEngineVertex) {
+TEST(DemoModelFiles, CorrespondencesCarryTheTemplateOntoEveryEngineVertex) {
     km::Correspondence toHead, toEngine;
     ASSERT_TRUE(km::loadCorrespondence(toHead, file("idx_tavi2head.corresp")));
     ASSERT_TRUE(km::loadCorrespondence(toEngine, file("idx_head2ue4.corresp")));
@@ -298,7 +286,7 @@ TEST_F(DemoModelFiles, CorrespondencesCarryTheTemplateOntoEveryEngineVertex) {
     EXPECT_EQ(mesh.faces.cols(), demo::demoHead().faces.cols() + 2 * demo::kSplitTriangleCount);
 }
 
-TEST_F(DemoModelFiles, MeshesReadBackAsTheHeadsTheyHold) {
+TEST(DemoModelFiles, MeshesReadBackAsTheHeadsTheyHold) {
     const demo::DemoHead& head = demo::demoHead();
     const km::ObjMeshData tbn = km::readObj(file("TBN/std_20481_with_UV_F_TF.obj"));
     // Coordinates are float values, so they come back exactly.
@@ -315,7 +303,7 @@ TEST_F(DemoModelFiles, MeshesReadBackAsTheHeadsTheyHold) {
     EXPECT_EQ(ply.faces.cols(), 0);
 }
 
-TEST_F(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
+TEST(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
     const demo::DemoHead& head = demo::demoHead();
     std::vector<int32_t> toHead, fromHead;
     ASSERT_TRUE(km::loadIndexList(toHead, file("TBN/idx_tavi2head.txt")));
@@ -340,16 +328,18 @@ TEST_F(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
     EXPECT_NEAR(signedVolume(split.vertices, faces), signedVolume(head.vertices, head.faces), 1e-6);
 }
 
-TEST_F(DemoModelFiles, GenerationIsFastRepeatableAndReportsFailure) {
+TEST(DemoModelFiles, GenerationIsFastRepeatableAndReportsFailure) {
     TempDir again;
     std::string error;
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(demo::writeDemoModel(again.file("nested/model"), error)) << error;
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 5.0);
     int compared = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_->path())) {
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(meridian::testing::demoModel().path())) {
         if (!entry.is_regular_file()) continue;
-        const auto relative = std::filesystem::relative(entry.path(), dir_->path());
+        const auto relative =
+            std::filesystem::relative(entry.path(), meridian::testing::demoModel().path());
         EXPECT_EQ(meridian::testing::readBytes(entry.path().string()),
                   meridian::testing::readBytes(again.file("nested/model/" + relative.string())))
             << relative;

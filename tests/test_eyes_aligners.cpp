@@ -40,27 +40,16 @@ Eigen::Matrix3Xd aligned(const std::string& model, const Eigen::Matrix3Xd& head)
     return result;
 }
 
-/// The demo mesh at rest in export order, moved by the sample's motion or not.
-Eigen::Matrix3Xd restInExportOrder(const demo::EyeMesh& mesh, const std::vector<int>& order,
-                                   bool sampleMotion) {
-    const demo::SampleMotion& m = demo::sampleMotion();
-    Eigen::Matrix3Xd rest(3, static_cast<Eigen::Index>(order.size()));
-    for (size_t e = 0; e < order.size(); ++e) {
-        const Vector3d p = mesh.vertices.col(order[e]);
-        rest.col(static_cast<Eigen::Index>(e)) =
-            sampleMotion ? Vector3d(m.scale * (m.rotation * p) + m.translation) : p;
-    }
-    return rest;
-}
-
 TEST(EyeAligners, DemoHeadKeepsTheRestPlacementAndTheSampleFollowsItsSockets) {
     const demo::DemoEyes& eyes = demo::demoEyes();
     const std::string model = demoModel().str();
     for (const bool sample : {false, true}) {
         const Eigen::Matrix3Xd head = sample ? demo::sampleHead() : demo::demoHead().vertices;
         const Eigen::Matrix3Xd balls = aligned<km::CKOVAEyeballAligner>(model, head);
-        const Eigen::Matrix3Xd restBalls =
-            restInExportOrder(eyes.eyeballs, eyes.eyeballExport, sample);
+        // The demo eyeballs at rest in export order, moved as the sample is.
+        const demo::SampleMotion& m = demo::sampleMotion();
+        Eigen::Matrix3Xd restBalls = eyes.eyeballs.vertices(Eigen::all, eyes.eyeballExport);
+        if (sample) restBalls = ((m.scale * m.rotation) * restBalls).colwise() + m.translation;
         // The links lie on flat faces, a little inside the sphere: close, not
         // exact. On the rotated sample the whole placement, which does not
         // rotate, over-estimates the size (sum of |coordinates|) by about 5%.
@@ -116,15 +105,11 @@ TEST(EyeAligners, VerticesInNeitherSideListKeepTheWholePlacement) {
     std::string firstHundred;
     for (int v = 0; v < 100; ++v) firstHundred += std::to_string(v) + "\n";
     model.write("eyeball/idx_eyeball_left.txt", firstHundred);
-    km::CKOVAEyeballAligner aligner;
-    ASSERT_TRUE(aligner.init(model.str()));
-    Eigen::Matrix3Xd partly;
-    aligner.apply(head, partly);
-    const std::vector<int32_t>& order = aligner.meshToExport().pairSources;
+    const Eigen::Matrix3Xd partly = aligned<km::CKOVAEyeballAligner>(model.str(), head);
+    const std::vector<int>& order = demo::demoEyes().eyeballExport;
     int moved = 0;
     for (size_t e = 0; e < order.size(); ++e) {
-        const bool listed = order[e] < 100;
-        if (listed)
+        if (order[e] < 100)
             moved += (partly.col(e) - whole.col(e)).norm() > 1e-3;
         else
             EXPECT_EQ(partly.col(e), whole.col(e)) << e;
@@ -145,10 +130,16 @@ class KnownLash : public ::testing::Test {
     static constexpr double kD[8] = {0, 0, 0, 0, 1.0, 0.5, 0.5, 1.0};
     static constexpr double kY[8] = {-3, -1, 1, 3, -2, -0.5, 0.5, 2};
 
+    // A correspondence file pairing each of `count` vertices from `first` on with itself.
+    static std::string pairs(int count, int first = 0) {
+        std::ostringstream text;
+        text << "# base 0\n# element count " << count << "\n# a\n# b\n# end_header\n";
+        for (int v = first; v < first + count; ++v) text << v << ' ' << v << '\n';
+        return text.str();
+    }
+
     void write(double k, int sideVertex) {
-        std::ostringstream tavi, lash, blend, head2lash, side, order, left;
-        tavi << "# base 0\n# element count 20481\n# a\n# b\n# end_header\n";
-        for (int v = 0; v < 20481; ++v) tavi << v << ' ' << v << '\n';
+        std::ostringstream lash, blend;
         head_ = Eigen::Matrix3Xd::Zero(3, 20481);
         for (int v = 0; v < 8; ++v) {
             const Vector3d p(v % 4, kY[v], v < 4 ? 1.0 : 2.0 + v);
@@ -156,23 +147,14 @@ class KnownLash : public ::testing::Test {
             blend << "v " << p.x() << ' ' << p.y() + kD[v] << ' ' << p.z() << '\n';
             head_.col(v) = p + Vector3d(0, k * kD[v], 0);
         }
-        lash << "v 5 6 7\n";
-        blend << "v 5.25 6.5 6.75\n";
-        head2lash << "# base 0\n# element count 8\n# a\n# b\n# end_header\n";
-        for (int v = 0; v < 8; ++v) head2lash << v << ' ' << v << '\n';
-        side << "# base 0\n# element count 1\n# a\n# b\n# end_header\n"
-             << sideVertex << ' ' << sideVertex << '\n';
-        order << "# base 0\n# element count 9\n# a\n# b\n# end_header\n";
-        for (int v = 0; v < 9; ++v) order << v << ' ' << v << '\n', left << v << '\n';
-        dir_.write("idx_tavi2head.corresp", tavi.str());
-        dir_.write("eyelash/eyelash_tri.obj", lash.str());
-        dir_.write("eyelash/eyelash_bs01.obj", blend.str());
-        dir_.write("eyelash/idx_head2eyelash.corresp", head2lash.str());
-        dir_.write("eyelash/idx_head2eyelash_left.corresp", side.str());
-        dir_.write("eyelash/idx_head2eyelash_right.corresp",
-                   "# base 0\n# element count 0\n# a\n# b\n# end_header\n");
-        dir_.write("eyelash/idx_eyelash2ue4.corresp", order.str());
-        dir_.write("eyelash/idx_eyelash_left.txt", left.str());
+        dir_.write("idx_tavi2head.corresp", pairs(20481));
+        dir_.write("eyelash/eyelash_tri.obj", lash.str() + "v 5 6 7\n");
+        dir_.write("eyelash/eyelash_bs01.obj", blend.str() + "v 5.25 6.5 6.75\n");
+        dir_.write("eyelash/idx_head2eyelash.corresp", pairs(8));
+        dir_.write("eyelash/idx_head2eyelash_left.corresp", pairs(1, sideVertex));
+        dir_.write("eyelash/idx_head2eyelash_right.corresp", pairs(0));
+        dir_.write("eyelash/idx_eyelash2ue4.corresp", pairs(9));
+        dir_.write("eyelash/idx_eyelash_left.txt", "0\n1\n2\n3\n4\n5\n6\n7\n8\n");
         dir_.write("eyelash/idx_eyelash_right.txt", "");
     }
     void TearDown() override { AI_system_over(); }

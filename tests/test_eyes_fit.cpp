@@ -44,59 +44,45 @@ EyeOutputs addEyeball(const Eigen::Matrix3Xd& head, unsigned templateIndex) {
     return out;
 }
 
-// The sample head's socket sphere of `eye`: the demo's, moved like the head.
-demo::SocketSphere sampleSocket(int eye) {
-    const demo::SampleMotion& m = demo::sampleMotion();
-    const demo::SocketSphere& s = demo::socketSphere(eye);
-    return {m.scale * (m.rotation * s.centre) + m.translation, m.scale * s.radius};
-}
-
 class EyeballFit : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_EQ(AI_system_init_eyeball(demoModel().str().c_str()), 1); }
     void TearDown() override { AI_system_over(); }
 };
 
-TEST_F(EyeballFit, TemplateEyeballIsASphereLookingForward) {
-    const std::string path = demoModel().file("eyeball/new_eye.ply");
-    EXPECT_EQ(km::countPlyHeaderLines(path), 9);
+TEST_F(EyeballFit, DemoHeadIsAlignedByTheIdentityAndEyesFillItsSockets) {
+    EXPECT_EQ(km::countPlyHeaderLines(demoModel().file("eyeball/new_eye.ply")), 9);
     km::EyeballFitState state;
     ASSERT_TRUE(state.load(demoModel().str()));
+    // The template eyeball: a sphere about the origin looking toward -y.
     const km::EyeFitRecord& eye = state.record(0);
     EXPECT_NEAR(eye.refRadius, demo::kEyeballRadius, 1e-6);
     EXPECT_LT(eye.refCentre.norm(), 1e-6);
     EXPECT_LT((eye.refPoint.normalized() - Vector3d(0, -1, 0)).norm(), 1e-12);
-}
 
-TEST_F(EyeballFit, DemoHeadIsAlignedByTheIdentityAndEyesFillItsSockets) {
-    km::EyeballFitState state;
-    ASSERT_TRUE(state.load(demoModel().str()));
     const Eigen::Matrix3Xd& head = demo::demoHead().vertices;
-    Eigen::Matrix3Xd landmarks(3, 25);
-    for (int k = 0; k < 25; ++k) landmarks.col(k) = head.col(state.landmarks()[k]);
-    const km::RigidMotion alignment = km::fitRigid(landmarks, state.landmarkTemplate(0));
+    ASSERT_EQ(state.landmarks().size(), 25u);
+    const km::RigidMotion alignment =
+        km::fitRigid(head(Eigen::all, state.landmarks()), state.landmarkTemplate(0));
     EXPECT_LT((alignment.rotation - Eigen::Matrix3d::Identity()).norm(), 1e-12);
     EXPECT_LT(alignment.translation.norm(), 1e-12);
 
     // Each eye is the turn of the template's front toward its gaze vertex,
-    // rolled by 25 degrees (converted with 3.14) about an axis in the turn.
+    // rolled by 25 degrees (converted with 3.14) about an axis in the turn,
+    // and sits at its socket's centre.
     state.fit(head, 0);
-    for (int eye = 0; eye < 2; ++eye) {
-        const Vector3d gaze = head.col(eye == 0 ? demo::kGazeFirstEye : demo::kGazeSecondEye);
-        const Eigen::Matrix3d turn =
-            km::rotationBetween(state.record(eye).refPoint, gaze - demo::socketSphere(eye).centre);
-        const km::EyePose& pose = eye == 0 ? state.pose0() : state.pose1();
-        EXPECT_NEAR(Eigen::AngleAxisd(turn.transpose() * pose.rotation).angle(),
-                    25.0 * 3.14 / 180.0, 1e-6);
-    }
-
     const EyeOutputs out = addEyeball(head, 0);
     ASSERT_EQ(out.status, 1);
     EXPECT_NEAR(out.scale, 1.0, 1e-6);
-    for (int eye = 0; eye < 2; ++eye)
-        EXPECT_LT((Eigen::Map<const Vector3d>(out.positions[eye]) - demo::socketSphere(eye).centre)
-                      .norm(),
-                  1e-4);
+    for (int eye = 0; eye < 2; ++eye) {
+        const Vector3d gaze = head.col(eye == 0 ? demo::kGazeFirstEye : demo::kGazeSecondEye);
+        const Vector3d centre = demo::socketSphere(eye).centre;
+        const Eigen::Matrix3d turn = km::rotationBetween(state.record(eye).refPoint, gaze - centre);
+        const km::EyePose& pose = eye == 0 ? state.pose0() : state.pose1();
+        EXPECT_NEAR(Eigen::AngleAxisd(turn.transpose() * pose.rotation).angle(),
+                    25.0 * 3.14 / 180.0, 1e-6);
+        EXPECT_LT((Eigen::Map<const Vector3d>(out.positions[eye]) - centre).norm(), 1e-4);
+    }
 }
 
 TEST_F(EyeballFit, SampleEyesSitInTheSocketsAndLookForwardForEveryTemplate) {
@@ -111,7 +97,8 @@ TEST_F(EyeballFit, SampleEyesSitInTheSocketsAndLookForwardForEveryTemplate) {
         EXPECT_NEAR(out.scale, firstScale, 1e-9) << t;
         for (int eye = 0; eye < 2; ++eye) {
             const Vector3d position = Eigen::Map<const Vector3d>(out.positions[eye]);
-            EXPECT_LT((position - sampleSocket(eye).centre).norm(), 0.1) << t << eye;
+            const Vector3d socket = m.scale * (m.rotation * demo::socketSphere(eye).centre);
+            EXPECT_LT((position - socket - m.translation).norm(), 0.1) << t << eye;
             // The reported angles rebuild the rotation; the pupil (-y in the
             // template) then points the way the face looks, give or take the
             // offset of the gaze vertex from the socket axis.
