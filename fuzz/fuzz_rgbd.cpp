@@ -8,18 +8,17 @@
 // even, 212 raw coordinates (2 bytes each, a 64th of a pixel, from -512);
 // odd, the mean face turned by yaw and pitch (a signed byte each, degrees),
 // scaled and placed (3 bytes), with up to 8 points moved (3 bytes each).
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "../tests/rgbd_fixtures.h"
 #include "fuzz_input.h"
-#include "rgbd/face_points.h"
 #include "rgbd/frame_selection.h"
 #include "rgbd/head_pose.h"
-#include "rgbd/landmark_model.h"
 
 using namespace kestrel::meridian;
 using meridian::fuzz::require;
@@ -38,71 +37,28 @@ struct Reader {
     int16_t half() { return int16_t(byte() | (byte() << 8)); }
 };
 
-const cv::Mat& meanFace() {
-    static const cv::Mat face = meanFaceMatrix();
-    return face;
-}
-
-const cv::Mat& pseudoInverse() {
-    static const cv::Mat pinv = homogeneousPseudoInverse(meanFace());
-    return pinv;
-}
-
 CvFaceResult rawPoints(Reader& in) {
     CvFaceResult block{};
     for (float& v : block.points) v = float(in.half()) / 64.0f;
     return block;
 }
 
-// The mean face turned, scaled and placed (x right, y down), as the
-// provider's 106 points; pupils take the first point.
+// The mean face turned, scaled and placed, with some points moved, as the
+// provider's points.
 CvFaceResult posedFace(Reader& in, int rows, int cols) {
     const double yaw = int8_t(in.byte()) * 3.14 / 180, pitch = int8_t(in.byte()) * 3.14 / 180;
     const double scale = 0.5 + in.byte() / 64.0;
     const double cx = cols * (in.byte() / 255.0), cy = rows * (in.byte() / 255.0);
-    const cv::Mat& face = meanFace();
-    std::array<float, 2 * kKeptPointCount> kept;
-    for (int j = 0; j < kKeptPointCount; ++j) {
-        const double x = face.at<float>(0, j), y = face.at<float>(1, j), z = face.at<float>(2, j);
-        const double turnedX = std::cos(yaw) * x + std::sin(yaw) * z;
-        const double turnedZ = -std::sin(yaw) * x + std::cos(yaw) * z;
-        kept[2 * j] = float(cx + scale * turnedX);
-        kept[2 * j + 1] = float(cy - scale * (std::cos(pitch) * y + std::sin(pitch) * turnedZ));
-    }
+    cv::Mat kept = meridian::testing::projectedFace(yaw, pitch, scale, cx, cy);
     for (int moves = in.byte() % 9; moves > 0; --moves) {
         const int j = in.byte() % kKeptPointCount;
-        kept[2 * j] += int8_t(in.byte());
-        kept[2 * j + 1] += int8_t(in.byte());
+        kept.at<float>(0, j) += int8_t(in.byte());
+        kept.at<float>(1, j) += int8_t(in.byte());
     }
     CvFaceResult block{};
-    for (int i = 0, column = 0; i < CV_FACE_POINT_COUNT; ++i) {
-        const int from = isSkippedPoint(i) ? 0 : column++;
-        block.points[2 * i] = kept[2 * from] + 1.0f;
-        block.points[2 * i + 1] = kept[2 * from + 1] + 2.0f;
-    }
+    const std::vector<float> points = meridian::testing::providerPoints(kept);
+    std::copy(points.begin(), points.end(), block.points);
     return block;
-}
-
-// Whether a stored frame's angles fit its bucket, given the first frontal
-// frame's pitch.
-bool fitsBucket(Bucket bucket, const StoredFrame& f, float firstFrontPitch) {
-    switch (bucket) {
-        case Bucket::kFront:
-            return std::fabs(f.yaw) < 2;
-        case Bucket::kYawNegative:
-            return f.yaw > -30 && f.yaw < -20;
-        case Bucket::kYawPositive:
-            return f.yaw > 20 && f.yaw < 30;
-        case Bucket::kUp:
-            return std::fabs(f.yaw) < 5 && f.pitch > firstFrontPitch + 3.0;
-    }
-    return false;
-}
-
-bool stored(const std::vector<StoredFrame>& frames, int id) {
-    for (const StoredFrame& f : frames)
-        if (f.frameId == id) return true;
-    return false;
 }
 
 }  // namespace
@@ -118,10 +74,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         v = static_cast<unsigned char>(128 + int(state >> 24) % (amplitude + 1) - amplitude / 2);
     }
 
+    static const cv::Mat pseudoInverse = homogeneousPseudoInverse(meanFaceMatrix());
     FrameSelection selection;
     for (int id = 0; in.more() && id < 64; ++id) {
         const CvFaceResult block = in.byte() % 2 ? posedFace(in, rows, cols) : rawPoints(in);
-        const FrameAnalysis analysis = analyseLandmarks(block, rows, cols, pseudoInverse());
+        const FrameAnalysis analysis = analyseLandmarks(block, rows, cols, pseudoInverse);
         std::array<size_t, 4> before;
         for (int b = 0; b < 4; ++b) before[b] = selection.bucket(Bucket(b)).size();
         float yaw = 7777.0f, pitch = 7777.0f;
@@ -138,8 +95,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             if (!into) continue;
             const StoredFrame& f = selection.bucket(Bucket(b)).back();
             require(f.frameId == id && f.yaw == yaw && f.pitch == pitch && f.sharpness >= 0);
+            // The angles fit the bucket; up is measured from the first frontal frame.
             const auto& front = selection.bucket(Bucket::kFront);
-            require(fitsBucket(Bucket(b), f, front.empty() ? 0.0f : front.front().pitch));
+            const float frontPitch = front.empty() ? 0.0f : front.front().pitch;
+            const bool fits[] = {std::fabs(f.yaw) < 2, -30 < f.yaw && f.yaw < -20,
+                                 20 < f.yaw && f.yaw < 30,
+                                 std::fabs(f.yaw) < 5 && f.pitch > frontPitch + 3.0};
+            require(fits[b]);
             // Frontal frames stop once any other bucket has a frame.
             if (b == 0)
                 for (int other = 1; other < 4; ++other)
@@ -156,7 +118,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (selection.bucket(Bucket(b)).empty()) firstEmpty = -5 + b;
     require(result == firstEmpty);
     if (result == 1)
-        for (int b = 0; b < 4; ++b) require(stored(selection.bucket(Bucket(b)), ids[b]));
+        for (int b = 0; b < 4; ++b) {
+            const auto& frames = selection.bucket(Bucket(b));
+            require(std::any_of(frames.begin(), frames.end(),
+                                [&](const StoredFrame& f) { return f.frameId == ids[b]; }));
+        }
     else
         for (int id : ids) require(id == -1);
     selection.clear();

@@ -1,5 +1,6 @@
-// Helpers of the frame-selection tests: faces with known head angles, and
-// the provider double.
+// Helpers of the frame-selection tests and fuzz target: faces with known
+// head angles, the provider double, and the exports of the library copy
+// that loads it.
 #pragma once
 
 #include <dlfcn.h>
@@ -9,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include "meridian/meridian.h"
 #include "rgbd/face_points.h"
 #include "rgbd/landmark_model.h"
 
@@ -84,18 +85,17 @@ inline std::vector<unsigned char> noiseFrame(int amplitude, unsigned seed) {
     return frame;
 }
 
+/// The function `name` of a library loaded with dlopen (none without one).
+template <typename Function>
+Function libraryFunction(void* library, const char* name) {
+    return library ? reinterpret_cast<Function>(dlsym(library, name)) : nullptr;
+}
+
 /// The provider double's control functions, from the double already loaded
 /// at `path` (or loading it).
 struct ProviderDouble {
-    explicit ProviderDouble(const std::string& path) {
-        handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (!handle) return;
-        queue = reinterpret_cast<void (*)(const float*)>(dlsym(handle, "CvFaceDoubleQueue"));
-        reset = reinterpret_cast<void (*)()>(dlsym(handle, "CvFaceDoubleReset"));
-        calls = reinterpret_cast<void (*)(int*)>(dlsym(handle, "CvFaceDoubleCalls"));
-        scoreBefore = reinterpret_cast<float (*)()>(dlsym(handle, "CvFaceDoubleScoreBefore"));
-        modelDir = reinterpret_cast<const char* (*)()>(dlsym(handle, "CvFaceDoubleModelDir"));
-    }
+    explicit ProviderDouble(const std::string& path)
+        : handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
     ~ProviderDouble() {
         if (handle) dlclose(handle);
     }
@@ -110,12 +110,47 @@ struct ProviderDouble {
         return values[what];
     }
 
-    void* handle = nullptr;
-    void (*queue)(const float*) = nullptr;
-    void (*reset)() = nullptr;
-    void (*calls)(int*) = nullptr;
-    float (*scoreBefore)() = nullptr;
-    const char* (*modelDir)() = nullptr;
+    void* handle;
+    void (*queue)(const float*) = libraryFunction<decltype(queue)>(handle, "CvFaceDoubleQueue");
+    void (*reset)() = libraryFunction<decltype(reset)>(handle, "CvFaceDoubleReset");
+    void (*calls)(int*) = libraryFunction<decltype(calls)>(handle, "CvFaceDoubleCalls");
+    float (*scoreBefore)() = libraryFunction<decltype(scoreBefore)>(handle,
+                                                                    "CvFaceDoubleScoreBefore");
+    const char* (*modelDir)() = libraryFunction<decltype(modelDir)>(handle, "CvFaceDoubleModelDir");
+};
+
+/// The frame-selection exports of the library copy at `library`, which
+/// loads the provider double at `providerPath` beside it (so the same one),
+/// and a uniform grey cols by rows frame with its depth to offer.
+struct FrameSelectionExports {
+    FrameSelectionExports(const char* library, const char* providerPath, int cols, int rows)
+        : library(dlopen(library, RTLD_NOW | RTLD_LOCAL)),
+          provider(providerPath),
+          cols(cols),
+          rows(rows) {}
+    /// Offers the frame, the double giving `points` as its landmarks.
+    int offer(int id, const std::vector<float>& points, float* yaw, float* pitch) {
+        provider.next(points);
+        return input(id, color.data(), cols, rows, depth.data(), cols, rows, yaw, pitch);
+    }
+
+    template <typename Function>
+    Function get(const char* name) const {
+        return libraryFunction<Function>(library, name);
+    }
+    void* library;
+    decltype(&AI_system_init_Choose4RGBD) init = get<decltype(init)>("AI_system_init_Choose4RGBD");
+    decltype(&AI_Choose4RGBD_input_1_rgbd) input =
+        get<decltype(input)>("AI_Choose4RGBD_input_1_rgbd");
+    decltype(&AI_Choose4RGBD_get_final_4_rgbd) final4 =
+        get<decltype(final4)>("AI_Choose4RGBD_get_final_4_rgbd");
+    decltype(&AI_Choose4RGBD_clear) clear = get<decltype(clear)>("AI_Choose4RGBD_clear");
+    decltype(&debug_test_RGBD_choose4) driver = get<decltype(driver)>("debug_test_RGBD_choose4");
+    decltype(&AI_system_over) over = get<decltype(over)>("AI_system_over");
+    ProviderDouble provider;
+    int cols, rows;
+    std::vector<unsigned char> color = std::vector<unsigned char>(size_t(cols) * rows * 3, 128);
+    std::vector<float> depth = std::vector<float>(size_t(cols) * rows, 0.6f);
 };
 
 }  // namespace meridian::testing

@@ -89,34 +89,28 @@ TEST(EyeSides, FacesGoWithTheSideOfTheMeshVerticesTheyCopy) {
     EXPECT_THROW(ex::splitSides(order, {0, 1}, {2, 3}, faces, "eyes.obj"), ex::ExportError);
 }
 
-// One export of the sample head (no blendshape data in this model) for the
-// tests below.
-class ExportCli : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        out_ = new TempDir();
-        run_ = new ToolRun(runTool("export --model " + demoModel().str() + " --in " +
-                                   demoModel().file("sample_head.ply") + " --out " +
-                                   out_->file("head.glb") + " --skip blendshapes --preview " +
-                                   out_->file("head.png")));
-    }
-    static void TearDownTestSuite() {
-        delete run_;
-        delete out_;
-    }
-    void SetUp() override { ASSERT_EQ(run_->exitCode, 0) << run_->output; }
-    static TempDir* out_;
-    static ToolRun* run_;
+// One export of the sample head (no blendshape data in this model), shared
+// by the tests below.
+struct SampleExport {
+    TempDir out;
+    ToolRun run = runTool("export --model " + demoModel().str() + " --in " +
+                          demoModel().file("sample_head.ply") + " --out " + out.file("head.glb") +
+                          " --skip blendshapes --preview " + out.file("head.png"));
 };
-TempDir* ExportCli::out_ = nullptr;
-ToolRun* ExportCli::run_ = nullptr;
+const SampleExport& sampleExport() {
+    static const SampleExport once;
+    return once;
+}
 
-TEST_F(ExportCli, HeadIsTheSwappedInputUprightFacingForwardWithSeamlessNormals) {
+TEST(ExportCli, HeadIsTheSwappedInputUprightFacingForwardWithSeamlessNormals) {
+    const SampleExport& exported = sampleExport();
+    ASSERT_EQ(exported.run.exitCode, 0) << exported.run.output;
     for (const char* stage : {"head swap ...", "eyes ...", "stage times:", "  total"})
-        EXPECT_NE(run_->output.find(stage), std::string::npos) << stage << run_->output;
-    EXPECT_EQ(meridian::testing::readBytes(out_->file("head.png")).substr(1, 3), "PNG");
+        EXPECT_NE(exported.run.output.find(stage), std::string::npos)
+            << stage << exported.run.output;
+    EXPECT_EQ(meridian::testing::readBytes(exported.out.file("head.png")).substr(1, 3), "PNG");
 
-    const tinygltf::Model model = readGlb(out_->file("head.glb"));
+    const tinygltf::Model model = readGlb(exported.out.file("head.glb"));
     ASSERT_EQ(model.scenes.size(), 1u);
     const tinygltf::Node& head = model.nodes.at(static_cast<size_t>(model.scenes[0].nodes.at(0)));
     EXPECT_EQ(head.name, "head");
@@ -177,8 +171,10 @@ TEST_F(ExportCli, HeadIsTheSwappedInputUprightFacingForwardWithSeamlessNormals) 
     EXPECT_GT(outward, 0.97 * normals.cols());
 }
 
-TEST_F(ExportCli, EyesSitInTheSampleHeadsSocketsWithThePlainFitsPoses) {
-    const tinygltf::Model model = readGlb(out_->file("head.glb"));
+TEST(ExportCli, EyesSitInTheSampleHeadsSocketsWithThePlainFitsPoses) {
+    const SampleExport& exported = sampleExport();
+    ASSERT_EQ(exported.run.exitCode, 0) << exported.run.output;
+    const tinygltf::Model model = readGlb(exported.out.file("head.glb"));
     const meridian::demo::SampleMotion& motion = meridian::demo::sampleMotion();
     // The subject's left eye is the second socket.
     for (const auto& [side, socket] : {std::pair{"left", 1}, std::pair{"right", 0}}) {

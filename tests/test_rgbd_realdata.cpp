@@ -1,5 +1,6 @@
-// The whole chain with the real provider: a public-domain portrait, the
-// labelled photographs (when ../shared is there), and the demo capture.
+// The real provider: a public-domain portrait and the labelled photographs
+// (when ../shared is there). The demo capture through the library as a host
+// loads it is the Python suite's and the install check's.
 #include <filesystem>
 #include <string>
 
@@ -7,8 +8,6 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "demo/rgbd/demo_capture.h"
-#include "fixtures.h"
-#include "meridian/meridian.h"
 #include "pose_evaluation.h"
 #include "rgbd/frame_selection.h"
 
@@ -37,16 +36,13 @@ TEST(RgbdRealProvider, FindsTheFaceOfThePortraitInTheLayout) {
     auto y = [&](int i) { return block.points[2 * i + 1]; };
     // Left to right: contour ends, eye corners, mouth corners; top to
     // bottom: brows, pupils, nose tip, lips, chin.
-    EXPECT_LT(x(0), x(51));
-    EXPECT_LT(x(51), x(54));
-    EXPECT_LT(x(54), x(61));
-    EXPECT_LT(x(61), x(64));
-    EXPECT_LT(x(64), x(32));
-    EXPECT_LT(x(84), x(90));
-    EXPECT_LT(y(35), y(59));
-    EXPECT_LT(y(59), y(74));
-    EXPECT_LT(y(74), y(87));
-    EXPECT_LT(y(87), y(16));
+    for (const auto& [coordinate, chain] : {std::pair{0, std::vector<int>{0, 51, 54, 61, 64, 32}},
+                                            std::pair{0, std::vector<int>{84, 90}},
+                                            std::pair{1, std::vector<int>{35, 59, 74, 87, 16}}})
+        for (size_t k = 1; k < chain.size(); ++k)
+            EXPECT_LT(block.points[2 * chain[k - 1] + coordinate],
+                      block.points[2 * chain[k] + coordinate])
+                << chain[k - 1] << " " << chain[k];
     // Each pupil inside its eye's corners; lid middles above and below it.
     for (int eye : {0, 1}) {
         const int base = 51 + 10 * eye;
@@ -79,27 +75,6 @@ TEST(RgbdRealProvider, HeadAnglesOfLabelledPhotosMeetTheirTargets) {
             EXPECT_GE(r.faceSize, 230.0f) << r.image;
         }
     }
-}
-
-TEST(RgbdRealProvider, DemoCaptureGivesItsFourFrames) {
-    if (!std::filesystem::exists(meridian::demo::demoCapturePhotoPath()))
-        GTEST_SKIP() << "no " << meridian::demo::demoCapturePhotoPath();
-    meridian::testing::TempDir capture;
-    std::string error;
-    ASSERT_TRUE(meridian::demo::writeDemoCapture(capture.str(), error)) << error;
-    // Through the library as a host loads it: the provider next to it.
-    ASSERT_EQ(AI_system_init_Choose4RGBD(""), 1);
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(debug_test_RGBD_choose4(capture.str().c_str()), 1);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "final: 1\n");
-    int ids[4] = {-1, -1, -1, -1};
-    EXPECT_EQ(AI_Choose4RGBD_get_final_4_rgbd(&ids[0], &ids[1], &ids[2], &ids[3]), 1);
-    const auto expected = meridian::demo::demoCaptureExpectedChoice();
-    EXPECT_EQ(std::vector<int>(ids, ids + 4),
-              (std::vector<int>{expected.front, expected.yawNegative, expected.yawPositive,
-                                expected.up}));
-    AI_Choose4RGBD_clear();
-    AI_system_over();
 }
 
 }  // namespace

@@ -240,31 +240,17 @@ TEST_F(RgbdSelection, FinalChoiceTakesTheBlurriestOfTheNearestFive) {
         double yaw, pitch;
         int sharpness, seed;
     };
-    const Offer offers[] = {
-        // Front: 1 and 2 share one image (equal scores): the earlier wins.
-        {0, 0, 0, 60, 0},
-        {1, 0, 8, 20, 1},
-        {2, 0.5, 8, 20, 1},
-        // Yaw -25: 14 is the blurriest but the seventh nearest; of the
-        // nearest five, 16 is.
-        {10, -25.5, 0, 50, 10},
-        {11, -24, 0, 45, 11},
-        {12, -27, 0, 55, 12},
-        {13, -22.5, 0, 60, 13},
-        {14, -29.9, 0, 5, 14},
-        {15, -21, 0, 58, 15},
-        {16, -26, 0, 30, 16},
-        {20, 25, 0, 40, 20},
-        {21, 28, 0, 10, 21},
-        // Up: the target is the chosen frontal frame's pitch (8) + 6, not the
-        // first one's (0) + 6, so 35 (pitch 6.5, the blurriest) is sixth.
-        {30, 0, 14.2, 50, 30},
-        {31, 0, 13.5, 45, 31},
-        {32, 0, 15, 40, 32},
-        {33, 0, 12.8, 55, 33},
-        {34, 0, 15.6, 48, 34},
-        {35, 0, 6.5, 5, 35},
-    };
+    // Front: 1 and 2 share one image (equal scores): the earlier wins.
+    // Yaw -25: 14 is the blurriest but the seventh nearest; of the nearest
+    // five, 16 is.
+    // Up: the target is the chosen frontal frame's pitch (8) + 6, not the
+    // first one's (0) + 6, so 35 (pitch 6.5, the blurriest) is sixth.
+    const Offer offers[] = {{0, 0, 0, 60, 0},       {1, 0, 8, 20, 1},      {2, 0.5, 8, 20, 1},
+                            {10, -25.5, 0, 50, 10}, {11, -24, 0, 45, 11},  {12, -27, 0, 55, 12},
+                            {13, -22.5, 0, 60, 13}, {14, -29.9, 0, 5, 14}, {15, -21, 0, 58, 15},
+                            {16, -26, 0, 30, 16},   {20, 25, 0, 40, 20},   {21, 28, 0, 10, 21},
+                            {30, 0, 14.2, 50, 30},  {31, 0, 13.5, 45, 31}, {32, 0, 15, 40, 32},
+                            {33, 0, 12.8, 55, 33},  {34, 0, 15.6, 48, 34}, {35, 0, 6.5, 5, 35}};
     std::map<int, std::vector<unsigned char>> images;
     for (const Offer& o : offers) {
         images[o.id] = noiseFrame(o.sharpness, unsigned(o.seed));

@@ -2,6 +2,7 @@
 bad input raises with the library's message."""
 import pathlib
 import re
+import struct
 
 import numpy as np
 import pytest
@@ -114,6 +115,16 @@ def test_frame_selection_matches_the_c_interface(model, capture, reference):
     assert codes.count(5) == 3 and codes.count(-2) == 3
 
 
+def test_export_writes_a_binary_gltf_asset(model, head, tmp_path):
+    full, bare = tmp_path / "full.glb", tmp_path / "bare.glb"
+    assert meridian.export_glb(model, head, full) == full
+    meridian.export_glb(model, head, bare, skip=("eyes", "blendshapes"))
+    for path in (full, bare):
+        # magic, version, declared length
+        assert struct.unpack("<4sII", path.read_bytes()[:12]) == (b"glTF", 2, path.stat().st_size)
+    assert full.stat().st_size > bare.stat().st_size  # eyes and shapes take room
+
+
 def test_bad_input_raises(model, head, tmp_path):
     missing = tmp_path / "absent"
     hostile = tmp_path / "hostile"
@@ -165,6 +176,8 @@ def test_bad_input_raises(model, head, tmp_path):
          "(20481, 3)"),
         (lambda: meridian.export_glb(model, head, tmp_path / "x.glb", skip="hair"), ValueError,
          "'hair'"),
+        (lambda: meridian.export_glb(missing, head, tmp_path / "x.glb"), meridian.MeridianError,
+         "absent"),
     ]
     for attempt, error, message in cases:
         with pytest.raises(error) as raised:

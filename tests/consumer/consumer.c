@@ -3,10 +3,10 @@
  * version header and the shared library. Built with find_package(Meridian)
  * and with pkg-config, it runs every task on a demo model set.
  *
- *   meridian_consumer MODEL_DIR [--head HEAD.f32] [--out OUT_DIR] [--capture DIR]
+ *   meridian_consumer MODEL_DIR [--out OUT_DIR] [--capture DIR]
  *
- * The head is the demo's sample head as the debug OBJ reader reads it, or
- * HEAD.f32 (3 * 20481 floats, planar). With --out, each task's raw output
+ * The head is the demo's sample head as the debug OBJ reader reads it. With
+ * --out, each task's raw output
  * goes to OUT_DIR: swap.f32, tbn.f32, tbn_g.f32 (the demo's split template),
  * eyes.f64 (per landmark template 0..2: both eyes' angles, both positions,
  * the scale), eyeball_kova.f32, eyelash_kova.f32, bs.f32 (when the model
@@ -44,16 +44,6 @@ static void check(int ok, const char* what) {
 
 static void join(char* path, size_t size, const char* dir, const char* name) {
     snprintf(path, size, "%s/%s", dir, name);
-}
-
-static int readFloats(const char* path, float* values, size_t count) {
-    FILE* file = fopen(path, "rb");
-    size_t got = 0;
-    if (file) {
-        got = fread(values, sizeof(float), count, file);
-        fclose(file);
-    }
-    return got == count;
 }
 
 static void writeOutput(const char* name, const void* values, size_t bytes) {
@@ -239,21 +229,18 @@ static void frameSelection(const char* model, const char* capture) {
 
 int main(int argc, char** argv) {
     static float head[HEAD_FLOATS], probe[3 * 8];
-    const char *model, *headFile = NULL, *capture = NULL;
+    const char *model, *capture = NULL;
     char sample[4096];
     meridian_handle swap;
     int i;
 
     if (argc < 2) {
-        fprintf(stderr, "usage: %s MODEL_DIR [--head HEAD.f32] [--out OUT_DIR] [--capture DIR]\n",
-                argv[0]);
+        fprintf(stderr, "usage: %s MODEL_DIR [--out OUT_DIR] [--capture DIR]\n", argv[0]);
         return 2;
     }
     model = argv[1];
     for (i = 2; i + 1 < argc; i += 2) {
-        if (strcmp(argv[i], "--head") == 0)
-            headFile = argv[i + 1];
-        else if (strcmp(argv[i], "--out") == 0)
+        if (strcmp(argv[i], "--out") == 0)
             outDir = argv[i + 1];
         else if (strcmp(argv[i], "--capture") == 0)
             capture = argv[i + 1];
@@ -267,9 +254,8 @@ int main(int argc, char** argv) {
     printf("meridian %s (%d.%d.%d)\n", MERIDIAN_VERSION_STRING, MERIDIAN_VERSION_MAJOR,
            MERIDIAN_VERSION_MINOR, MERIDIAN_VERSION_PATCH);
     join(sample, sizeof sample, model, "sample_head.obj");
-    if (headFile ? !readFloats(headFile, head, HEAD_FLOATS)
-                 : debug_get_head_data_from_obj(sample, head) != 1) {
-        fprintf(stderr, "cannot read a head from %s\n", headFile ? headFile : sample);
+    if (debug_get_head_data_from_obj(sample, head) != 1) {
+        fprintf(stderr, "cannot read a head from %s\n", sample);
         return 2;
     }
 

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -80,10 +79,8 @@ std::string tinyEyeball() {
 // eyeball, and a 4-vertex eyeball and eyelash mesh tied to the 3 head
 // vertices.
 void writeTinyModel(const TempDir& dir) {
-    dir.write("idx_tavi2head.corresp",
-              "# base 0\n# element count 3\n# a\n# b\n# end_header\n0 7\n1 300\n2 20480\n");
-    dir.write("idx_head2ue4.corresp",
-              "# base 0\n# element count 5\n# a\n# b\n# end_header\n0 0\n1 1\n2 2\n3 1\n4 0\n");
+    dir.write("idx_tavi2head.corresp", pairs({{0, 7}, {1, 300}, {2, 20480}}));
+    dir.write("idx_head2ue4.corresp", pairs({{0, 0}, {1, 1}, {2, 2}, {3, 1}, {4, 0}}));
     const std::string face = "v 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 0\nvt 0 1\nf 1/1 2/2 3/3\n";
     dir.write("TBN/std_20481_with_UV_F_TF.obj", face);
     dir.write("TBN/split.obj", face);
@@ -107,44 +104,23 @@ void writeTinyModel(const TempDir& dir) {
 
 #if defined(MERIDIAN_WITH_RGBD)
 // The frame selection, from a copy of the library that loads the provider
-// double beside it; its own AI_system_over tears it down.
-struct FrameSelectionExports {
-    FrameSelectionExports() {
-        library = dlopen(MERIDIAN_LIBRARY_BESIDE_DOUBLE, RTLD_NOW | RTLD_LOCAL);
-        if (!library) return;
-        init = reinterpret_cast<decltype(init)>(dlsym(library, "AI_system_init_Choose4RGBD"));
-        input = reinterpret_cast<decltype(input)>(dlsym(library, "AI_Choose4RGBD_input_1_rgbd"));
-        final4 =
-            reinterpret_cast<decltype(final4)>(dlsym(library, "AI_Choose4RGBD_get_final_4_rgbd"));
-        clear = reinterpret_cast<decltype(clear)>(dlsym(library, "AI_Choose4RGBD_clear"));
-        over = reinterpret_cast<decltype(over)>(dlsym(library, "AI_system_over"));
-    }
-    // Offers a frame whose landmarks the double gives: a face turned by
-    // yaw and pitch degrees, 270 pixels wide in a 300 by 300 frame (large
-    // enough to be stored, small enough to score quickly).
-    int offer(int id, double yaw, double pitch, float* yawOut) {
-        constexpr double kToRadians = 3.14 / 180.0;
-        provider.next(meridian::testing::providerPoints(
-            meridian::testing::projectedFace(yaw * kToRadians, pitch * kToRadians, 2.0, 150, 150)));
-        float pitchOut = 0.0f;
-        return input(id, frame.data(), kSide, kSide, depth.data(), kSide, kSide, yawOut, &pitchOut);
-    }
-
-    static constexpr int kSide = 300;
-    void* library = nullptr;
-    int32_t (*init)(const char*) = nullptr;
-    int32_t (*input)(int, const void*, int, int, const void*, int, int, float*, float*) = nullptr;
-    int32_t (*final4)(int*, int*, int*, int*) = nullptr;
-    int32_t (*clear)() = nullptr;
-    int (*over)() = nullptr;
-    meridian::testing::ProviderDouble provider{MERIDIAN_DOUBLE_PROVIDER_PATH};
-    std::vector<unsigned char> frame = std::vector<unsigned char>(kSide * kSide * 3, 128);
-    std::vector<float> depth = std::vector<float>(kSide * kSide, 0.6f);
-};
-
-FrameSelectionExports& frameSelection() {
-    static FrameSelectionExports exports;
+// double beside it; its own AI_system_over tears it down. 300 by 300 frames
+// are large enough to be stored and small enough to score quickly.
+meridian::testing::FrameSelectionExports& frameSelection() {
+    static meridian::testing::FrameSelectionExports exports(
+        MERIDIAN_LIBRARY_BESIDE_DOUBLE, MERIDIAN_DOUBLE_PROVIDER_PATH, 300, 300);
     return exports;
+}
+
+// Offers a face turned by yaw and pitch degrees, 270 pixels wide.
+int offerFace(int id, double yaw, double pitch) {
+    constexpr double kToRadians = 3.14 / 180.0;
+    float yawOut = 0, pitchOut = 0;
+    return frameSelection().offer(
+        id,
+        meridian::testing::providerPoints(
+            meridian::testing::projectedFace(yaw * kToRadians, pitch * kToRadians, 2.0, 150, 150)),
+        &yawOut, &pitchOut);
 }
 #endif
 
@@ -249,63 +225,66 @@ std::vector<EngineKind> makeEngineKinds() {
          alignerAccepts, nullptr},
     };
 #if defined(MERIDIAN_WITH_RGBD)
-    kinds.push_back(
-        {"frame selection",
-         [](const TempDir& model, const std::vector<float>&) -> meridian_handle {
-             FrameSelectionExports& rgbd = frameSelection();
-             rgbd.provider.reset();
-             if (rgbd.init(model.str().c_str()) != 1) return 0;
-             float yaw = 0;
-             const int codes[] = {rgbd.offer(7, 0, 0, &yaw), rgbd.offer(8, -25, 0, &yaw),
-                                  rgbd.offer(9, 25, 0, &yaw), rgbd.offer(10, 0, 9, &yaw)};
-             int ids[4] = {0, 0, 0, 0};
-             const bool chosen = rgbd.final4(&ids[0], &ids[1], &ids[2], &ids[3]) == 1;
-             rgbd.clear();
-             return codes[0] == 5 && codes[1] == 4 && codes[2] == 3 && codes[3] == 2 && chosen &&
-                    ids[0] == 7 && ids[1] == 8 && ids[2] == 9 && ids[3] == 10;
-         },
-         nullptr,
-         [](const std::vector<float>&) {
-             FrameSelectionExports& rgbd = frameSelection();
-             rgbd.over();
-             const int providerCalls = rgbd.provider.call(0);
-             float yaw = 0, pitch = 0;
-             const int code = rgbd.input(0, rgbd.frame.data(), rgbd.kSide, rgbd.kSide,
-                                         rgbd.depth.data(), rgbd.kSide, rgbd.kSide, &yaw, &pitch);
-             return code == -1 && yaw == -10000.0f && rgbd.provider.call(0) == providerCalls;
-         }});
+    kinds.push_back({"frame selection",
+                     [](const TempDir& model, const std::vector<float>&) -> meridian_handle {
+                         auto& rgbd = frameSelection();
+                         rgbd.provider.reset();
+                         const bool stored = rgbd.init(model.str().c_str()) == 1 &&
+                                             offerFace(7, 0, 0) == 5 && offerFace(8, -25, 0) == 4 &&
+                                             offerFace(9, 25, 0) == 3 && offerFace(10, 0, 9) == 2;
+                         std::vector<int> ids(4, 0);
+                         const bool chosen = rgbd.final4(&ids[0], &ids[1], &ids[2], &ids[3]) == 1;
+                         rgbd.clear();
+                         return stored && chosen && ids == std::vector<int>{7, 8, 9, 10};
+                     },
+                     nullptr,
+                     [](const std::vector<float>&) {
+                         auto& rgbd = frameSelection();
+                         rgbd.over();
+                         const int providerCalls = rgbd.provider.call(0);
+                         float yaw = 0, pitch = 0;
+                         return rgbd.offer(0, std::vector<float>(2 * CV_FACE_POINT_COUNT), &yaw,
+                                           &pitch) == -1 &&
+                                yaw == -10000.0f && rgbd.provider.call(0) == providerCalls;
+                     }});
 #endif
     return kinds;
 }
 
-const std::vector<EngineKind>& engineKinds() {
-    static const std::vector<EngineKind> kinds = makeEngineKinds();
-    return kinds;
-}
+// Heap in use and resident memory; resident memory after returning free
+// heap pages to the system when `trim` (see the blendshape cycles).
+struct Footprint {
+    size_t heap = 0, resident = 0;
+};
 
-size_t heapInUse() {
+Footprint footprint(bool trim) {
     const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
-size_t residentBytes() {
+    if (trim) malloc_trim(0);
     long pages = 0, resident = 0;
     if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
         if (std::fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
         std::fclose(statm);
     }
-    return static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return {info.uordblks + info.hblkhd,
+            static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE))};
 }
 
-// The bounds hold for the C library's allocator; AddressSanitizer's
-// quarantine and valgrind's shadow memory grow by design.
-bool plainAllocator() {
+// Growth from the end of the warm-up (cycle `from`) to the last cycle `to`,
+// within the bounds. They hold for the C library's allocator;
+// AddressSanitizer's quarantine and valgrind's shadow memory grow by design.
+void expectGrowthWithin(const Footprint& start, const Footprint& end, size_t heapBound,
+                        size_t residentBound, int from, int to) {
+    std::printf("heap in use: %zu -> %zu bytes; resident: %zu -> %zu KiB (cycles %d..%d)\n",
+                start.heap, end.heap, start.resident / 1024, end.resident / 1024, from, to);
 #if defined(__SANITIZE_ADDRESS__)
-    return false;
-#else
-    const char* preload = std::getenv("LD_PRELOAD");
-    return preload == nullptr || std::strstr(preload, "vgpreload") == nullptr;
+    GTEST_SKIP() << "memory bounds need the plain allocator";
 #endif
+    const char* preload = std::getenv("LD_PRELOAD");
+    if (preload && std::strstr(preload, "vgpreload"))
+        GTEST_SKIP() << "memory bounds need the plain allocator";
+    if (to <= from) GTEST_SKIP() << "too few cycles to measure";
+    EXPECT_LE(end.heap, start.heap + heapBound);
+    EXPECT_LE(end.resident, start.resident + residentBound);
 }
 
 TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
@@ -316,16 +295,13 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
     TempDir model;
     writeTinyModel(model);
     const std::vector<float> head = randomPlanarHead(3);
-    const std::vector<EngineKind>& kinds = engineKinds();
+    const std::vector<EngineKind> kinds = makeEngineKinds();
     std::vector<meridian_handle> previous(kinds.size(), 0);
-    size_t heapStart = 0, residentStart = 0;
+    Footprint start;
 
     const int cycles = cycleCount("MERIDIAN_SOAK_CYCLES", 10000);
     for (int cycle = 0; cycle < cycles; ++cycle) {
-        if (cycle == kWarmUpCycles) {
-            heapStart = heapInUse();
-            residentStart = residentBytes();
-        }
+        if (cycle == kWarmUpCycles) start = footprint(false);
         for (size_t k = 0; k < kinds.size(); ++k) {
             const meridian_handle handle = kinds[k].cycle(model, head);
             ASSERT_NE(handle, 0u) << kinds[k].name << " failed in cycle " << cycle;
@@ -345,14 +321,7 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
             }
         }
     }
-
-    const size_t heapEnd = heapInUse(), residentEnd = residentBytes();
-    std::printf("heap in use: %zu -> %zu bytes; resident: %zu -> %zu KiB (cycles %d..%d)\n",
-                heapStart, heapEnd, residentStart / 1024, residentEnd / 1024, kWarmUpCycles,
-                cycles);
-    if (!plainAllocator()) GTEST_SKIP() << "memory bounds need the plain allocator";
-    EXPECT_LE(heapEnd, heapStart + kHeapBound);
-    EXPECT_LE(residentEnd, residentStart + kResidentBound);
+    expectGrowthWithin(start, footprint(false), kHeapBound, kResidentBound, kWarmUpCycles, cycles);
 }
 
 // The blendshape engine of the demo data: each init reads 229 MB and holds
@@ -361,11 +330,6 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
 // cycle. After a 222 MB block is freed the C library serves blocks up to 32
 // MB from its heap and keeps up to 64 MB of free heap resident, so resident
 // memory is measured after returning free heap pages to the system.
-size_t residentAfterTrim() {
-    malloc_trim(0);
-    return residentBytes();
-}
-
 constexpr int kBlendshapeWarmUpCycles = 3;
 constexpr size_t kBlendshapeHeapBound = 32 * 1024;
 constexpr size_t kBlendshapeResidentBound = 2 * 1024 * 1024;
@@ -376,14 +340,11 @@ TEST(LifecycleSoak, BlendshapeEngineCycles) {
         GTEST_SKIP() << "no blendshape demo data in " << model << " (ctest writes it)";
     const std::vector<float> head = randomPlanarHead(5);
     std::vector<float> shapes(6 * 3 * kHead);
-    size_t heapStart = 0, residentStart = 0;
+    Footprint start;
 
     const int cycles = cycleCount("MERIDIAN_SOAK_BLENDSHAPE_CYCLES", 40);
     for (int cycle = 0; cycle < cycles; ++cycle) {
-        if (cycle == kBlendshapeWarmUpCycles) {
-            heapStart = heapInUse();
-            residentStart = residentAfterTrim();
-        }
+        if (cycle == kBlendshapeWarmUpCycles) start = footprint(true);
         ASSERT_EQ(AI_system_initDynamic_BS(model.c_str()), 1);
         ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 1) << "cycle " << cycle;
         // Shape 0 is the head itself.
@@ -391,15 +352,8 @@ TEST(LifecycleSoak, BlendshapeEngineCycles) {
         ASSERT_EQ(AI_system_over(), 1);
         ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 0) << "runs after AI_system_over";
     }
-
-    const size_t heapEnd = heapInUse(), residentEnd = residentAfterTrim();
-    std::printf("heap in use: %zu -> %zu bytes; resident: %zu -> %zu KiB (cycles %d..%d)\n",
-                heapStart, heapEnd, residentStart / 1024, residentEnd / 1024,
-                kBlendshapeWarmUpCycles, cycles);
-    if (!plainAllocator()) GTEST_SKIP() << "memory bounds need the plain allocator";
-    if (cycles <= kBlendshapeWarmUpCycles) GTEST_SKIP() << "too few cycles to measure";
-    EXPECT_LE(heapEnd, heapStart + kBlendshapeHeapBound);
-    EXPECT_LE(residentEnd, residentStart + kBlendshapeResidentBound);
+    expectGrowthWithin(start, footprint(true), kBlendshapeHeapBound, kBlendshapeResidentBound,
+                       kBlendshapeWarmUpCycles, cycles);
 }
 
 }  // namespace
