@@ -13,6 +13,7 @@
 
 #include "blendshape/blendshape_engine.h"
 #include "blendshape/blendshape_literal_reference.h"
+#include "blendshape_demo_data.h"
 #include "demo/demo_model.h"
 #include "eyes_fixtures.h"
 #include "io/matrix_file.h"
@@ -33,14 +34,10 @@ using meridian::testing::planar;
 
 constexpr Index kHead = 20481;
 
-const std::string kModelDir = MERIDIAN_BLENDSHAPE_DEMO_DIR;
-
-#define REQUIRE_DEMO_DATA()                          \
-    if (!std::filesystem::exists(kModelDir + "/BS")) \
-    GTEST_SKIP() << "no demo blendshape data in " << kModelDir << " (ctest's setup writes it)"
+const std::string& kModelDir = meridian::testing::kBlendshapeDemoDir;
 
 TEST(BlendshapeDemo, EngineMatchesTheLiteralMethodAndKeepsTheRegionRules) {
-    REQUIRE_DEMO_DATA();
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
     bs::LoadError error;
     const auto engine = CBlendshapeEngine::load(kModelDir, error);
     ASSERT_TRUE(engine) << error.message;
@@ -149,7 +146,7 @@ TEST(BlendshapeDemo, EngineMatchesTheLiteralMethodAndKeepsTheRegionRules) {
 }
 
 TEST(BlendshapeDemo, CInterfaceLoadsTimesAndWritesTheSixShapes) {
-    REQUIRE_DEMO_DATA();
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
     ::testing::internal::CaptureStdout();
     const int64_t loaded = AI_system_initDynamic_BS(kModelDir.c_str());
     const std::string output = ::testing::internal::GetCapturedStdout();
@@ -187,7 +184,7 @@ TEST(BlendshapeDemo, CInterfaceLoadsTimesAndWritesTheSixShapes) {
 }
 
 TEST(BlendshapeDemo, DataSetHoldsEveryFileAtItsShapeAndTheDemoFaceAsMean) {
-    REQUIRE_DEMO_DATA();
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
     const std::string dir = kModelDir + "/BS/";
     for (const bs::MatrixFileEntry& entry : bs::kBackendFiles)
         EXPECT_EQ(std::filesystem::file_size(dir + entry.name), 8u * entry.rows * entry.cols)

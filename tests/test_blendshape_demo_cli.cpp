@@ -5,6 +5,7 @@
 #include <string>
 
 #include "blendshape/backend_files.h"
+#include "blendshape_demo_data.h"
 #include "demo/demo_model.h"
 #include "fixtures.h"
 #include "io/mesh_readers.h"
@@ -17,12 +18,10 @@ using meridian::testing::runTool;
 using meridian::testing::TempDir;
 using meridian::testing::ToolRun;
 
-const std::string kModelDir = MERIDIAN_BLENDSHAPE_DEMO_DIR;
+const std::string& kModelDir = meridian::testing::kBlendshapeDemoDir;
 
 TEST(BlendshapeDemoCli, WritesTheSixShapesAsMeshesAndAPicture) {
-    if (!std::filesystem::exists(kModelDir + "/BS"))
-        GTEST_SKIP() << "no demo blendshape data in " << kModelDir
-                     << ": run the tests through ctest (its setup writes it)";
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
     TempDir out;
     const ToolRun run = runTool("blendshapes --model " + kModelDir + " --in " + kModelDir +
                                 "/sample_head.ply --out-dir " + out.file("shapes"));

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "blendshape/backend_files.h"
+#include "blendshape_demo_data.h"
 #include "demo/demo_model.h"
 #include "export_fixtures.h"
 #include "fixtures.h"
@@ -16,12 +17,10 @@ namespace bs = kestrel::meridian::blendshape;
 using meridian::testing::floats;
 using meridian::testing::toGltf;
 
-const std::string kModelDir = MERIDIAN_BLENDSHAPE_DEMO_DIR;
+const std::string& kModelDir = meridian::testing::kBlendshapeDemoDir;
 
 TEST(ExportDemo, MorphTargetsMoveTheirOwnRegions) {
-    if (!std::filesystem::exists(kModelDir + "/BS"))
-        GTEST_SKIP() << "no demo blendshape data in " << kModelDir
-                     << ": run the tests through ctest (its setup writes it)";
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
     meridian::testing::TempDir out;
     const meridian::testing::ToolRun run =
         meridian::testing::runTool("export --model " + kModelDir + " --in " + kModelDir +

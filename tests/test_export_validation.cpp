@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "blendshape_demo_data.h"
 #include "fixtures.h"
 
 namespace {
@@ -15,7 +16,7 @@ namespace {
 using meridian::testing::runCommand;
 using meridian::testing::ToolRun;
 
-const std::string kModelDir = MERIDIAN_BLENDSHAPE_DEMO_DIR;
+const std::string& kModelDir = meridian::testing::kBlendshapeDemoDir;
 
 std::string environment(const char* name, const std::string& otherwise) {
     const char* value = std::getenv(name);
@@ -36,9 +37,7 @@ TEST(ExportValidation, TheValidatorFindsNoErrorsAndNoWarnings) {
         if (required) FAIL() << missing;
         GTEST_SKIP() << missing;
     }
-    if (!std::filesystem::exists(kModelDir + "/BS"))
-        GTEST_SKIP() << "no demo blendshape data in " << kModelDir
-                     << ": run the tests through ctest (its setup writes it)";
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
 
     meridian::testing::TempDir out;
     const ToolRun run =
