@@ -1,7 +1,6 @@
 // The demo model set: geometry of the demo head, its fixed vertex ids, and
 // the files of the model directory as the project's readers see them.
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <map>
@@ -328,12 +327,10 @@ TEST(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
     EXPECT_NEAR(signedVolume(split.vertices, faces), signedVolume(head.vertices, head.faces), 1e-6);
 }
 
-TEST(DemoModelFiles, GenerationIsFastRepeatableAndReportsFailure) {
+TEST(DemoModelFiles, GenerationIsRepeatableAndReportsFailure) {
     TempDir again;
     std::string error;
-    const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(demo::writeDemoModel(again.file("nested/model"), error)) << error;
-    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), 5.0);
     int compared = 0;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(meridian::testing::demoModel().path())) {

@@ -1,9 +1,14 @@
 // Lifecycle soak: many init / run / AI_system_over cycles of every engine
-// kind in one process. Heap in use and resident memory must not grow with
-// the number of cycles, handles of an earlier cycle must stay dead while the
-// engines of later cycles live, and singletons must refuse to run once torn
-// down. The blendshape engine, which reads 229 MB per init, has a cycle
-// count and bounds of its own.
+// kind in one process. The heap in use after AI_system_over must not grow
+// with the number of cycles, handles of an earlier cycle must stay dead while
+// the engines of later cycles live, and singletons must refuse to run once
+// torn down. The blendshape engine, which reads 229 MB per init, has a cycle
+// count and bound of its own.
+//
+// Only the heap in use is asserted: it counts the blocks the process holds,
+// which the machine's load cannot move. Resident memory depends on the
+// kernel's page handling and on what runs beside the test; it is printed as
+// a figure for the docs, never compared.
 #include <dlfcn.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -37,10 +42,31 @@ int cycleCount(const char* variable, int otherwise) {
     const char* value = std::getenv(variable);
     return value ? std::atoi(value) : otherwise;
 }
+
+// The leak hook: with MERIDIAN_SOAK_INJECT_LEAK=1 every measured cycle keeps
+// one more 1 MB block, as an engine left behind would. CTest runs each soak once
+// more that way, on a few cycles, and expects the heap bound to fail: the
+// proof that the bound still catches a leak.
+constexpr size_t kInjectedLeakBytes = 1024 * 1024;
+void keepInjectedLeak() {
+    static const bool enabled = [] {
+        const char* value = std::getenv("MERIDIAN_SOAK_INJECT_LEAK");
+        return value && std::strcmp(value, "1") == 0;
+    }();
+    static std::vector<std::vector<char>> kept;
+    if (enabled) kept.emplace_back(kInjectedLeakBytes, '\1');
+}
+
+// Allowed growth of the heap in use between the end of the warm-up and the
+// last cycle. Under glibc the figure also holds the freed small blocks each
+// thread keeps in its cache for reuse (tcache: at most 7 blocks of each size
+// up to 1 KB): it rises in steps of a few hundred bytes to a few KB while
+// that cache fills, then stays. Over 40 blendshape cycles that was 6 to 11
+// KB; with the cache turned off (GLIBC_TUNABLES=glibc.malloc.tcache_count=0,
+// which CTest sets for the soak) the growth is 0 bytes. The margins below
+// cover the cache for a run by hand and are far below one leaked engine.
 constexpr int kWarmUpCycles = 200;
-// Allowed growth between the end of the warm-up and the last cycle.
 constexpr size_t kHeapBound = 16 * 1024;
-constexpr size_t kResidentBound = 1024 * 1024;
 
 constexpr int kHead = 20481;
 constexpr int kEngineVertices = 5;
@@ -269,11 +295,12 @@ Footprint footprint(bool trim) {
             static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE))};
 }
 
-// Growth from the end of the warm-up (cycle `from`) to the last cycle `to`,
-// within the bounds. They hold for the C library's allocator;
-// AddressSanitizer's quarantine and valgrind's shadow memory grow by design.
-void expectGrowthWithin(const Footprint& start, const Footprint& end, size_t heapBound,
-                        size_t residentBound, int from, int to) {
+// Growth of the heap in use from the end of the warm-up (cycle `from`) to the
+// last cycle `to`, within the bound; resident memory is only reported. The
+// bound holds for the C library's allocator; AddressSanitizer's quarantine
+// and valgrind's shadow memory grow by design.
+void expectHeapGrowthWithin(const Footprint& start, const Footprint& end, size_t heapBound,
+                            int from, int to) {
     std::printf("heap in use: %zu -> %zu bytes; resident: %zu -> %zu KiB (cycles %d..%d)\n",
                 start.heap, end.heap, start.resident / 1024, end.resident / 1024, from, to);
 #if defined(__SANITIZE_ADDRESS__)
@@ -283,8 +310,9 @@ void expectGrowthWithin(const Footprint& start, const Footprint& end, size_t hea
     if (preload && std::strstr(preload, "vgpreload"))
         GTEST_SKIP() << "memory bounds need the plain allocator";
     if (to <= from) GTEST_SKIP() << "too few cycles to measure";
-    EXPECT_LE(end.heap, start.heap + heapBound);
-    EXPECT_LE(end.resident, start.resident + residentBound);
+    const long long growth = static_cast<long long>(end.heap) - static_cast<long long>(start.heap);
+    EXPECT_LE(growth, static_cast<long long>(heapBound))
+        << "heap in use grew by " << growth << " bytes, more than the bound of " << heapBound;
 }
 
 TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
@@ -302,6 +330,7 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
     const int cycles = cycleCount("MERIDIAN_SOAK_CYCLES", 10000);
     for (int cycle = 0; cycle < cycles; ++cycle) {
         if (cycle == kWarmUpCycles) start = footprint(false);
+        if (cycle >= kWarmUpCycles) keepInjectedLeak();
         for (size_t k = 0; k < kinds.size(); ++k) {
             const meridian_handle handle = kinds[k].cycle(model, head);
             ASSERT_NE(handle, 0u) << kinds[k].name << " failed in cycle " << cycle;
@@ -321,18 +350,16 @@ TEST(LifecycleSoak, TenThousandCyclesOfEveryEngineKind) {
             }
         }
     }
-    expectGrowthWithin(start, footprint(false), kHeapBound, kResidentBound, kWarmUpCycles, cycles);
+    expectHeapGrowthWithin(start, footprint(false), kHeapBound, kWarmUpCycles, cycles);
 }
 
 // The blendshape engine of the demo data: each init reads 229 MB and holds
 // 279 MB, so it gets fewer cycles. Any engine left behind would keep all of
-// that; the bounds catch a leak of about 1 KB (heap) or 64 KB (resident) per
-// cycle. After a 222 MB block is freed the C library serves blocks up to 32
-// MB from its heap and keeps up to 64 MB of free heap resident, so resident
-// memory is measured after returning free heap pages to the system.
+// that; the bound catches a leak of about 1 KB per cycle. The resident figure
+// is read after returning free heap pages to the system (after a 222 MB block
+// is freed the C library keeps up to 64 MB of free heap resident).
 constexpr int kBlendshapeWarmUpCycles = 3;
 constexpr size_t kBlendshapeHeapBound = 32 * 1024;
-constexpr size_t kBlendshapeResidentBound = 2 * 1024 * 1024;
 
 TEST(LifecycleSoak, BlendshapeEngineCycles) {
     const std::string model = MERIDIAN_BLENDSHAPE_DEMO_DIR;
@@ -345,6 +372,7 @@ TEST(LifecycleSoak, BlendshapeEngineCycles) {
     const int cycles = cycleCount("MERIDIAN_SOAK_BLENDSHAPE_CYCLES", 40);
     for (int cycle = 0; cycle < cycles; ++cycle) {
         if (cycle == kBlendshapeWarmUpCycles) start = footprint(true);
+        if (cycle >= kBlendshapeWarmUpCycles) keepInjectedLeak();
         ASSERT_EQ(AI_system_initDynamic_BS(model.c_str()), 1);
         ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 1) << "cycle " << cycle;
         // Shape 0 is the head itself.
@@ -352,8 +380,8 @@ TEST(LifecycleSoak, BlendshapeEngineCycles) {
         ASSERT_EQ(AI_system_over(), 1);
         ASSERT_EQ(AI_get_BS(head.data(), shapes.data()), 0) << "runs after AI_system_over";
     }
-    expectGrowthWithin(start, footprint(true), kBlendshapeHeapBound, kBlendshapeResidentBound,
-                       kBlendshapeWarmUpCycles, cycles);
+    expectHeapGrowthWithin(start, footprint(true), kBlendshapeHeapBound, kBlendshapeWarmUpCycles,
+                           cycles);
 }
 
 }  // namespace
