@@ -13,7 +13,6 @@
 #include <cmath>
 #include <vector>
 
-#include <opencv2/core.hpp>
 
 #include "../tests/rgbd_fixtures.h"
 #include "fuzz_input.h"
@@ -49,11 +48,11 @@ CvFaceResult posedFace(Reader& in, int rows, int cols) {
     const double yaw = int8_t(in.byte()) * 3.14 / 180, pitch = int8_t(in.byte()) * 3.14 / 180;
     const double scale = 0.5 + in.byte() / 64.0;
     const double cx = cols * (in.byte() / 255.0), cy = rows * (in.byte() / 255.0);
-    cv::Mat kept = meridian::testing::projectedFace(yaw, pitch, scale, cx, cy);
+    FaceLandmarks kept = meridian::testing::projectedFace(yaw, pitch, scale, cx, cy);
     for (int moves = in.byte() % 9; moves > 0; --moves) {
         const int j = in.byte() % kKeptPointCount;
-        kept.at<float>(0, j) += int8_t(in.byte());
-        kept.at<float>(1, j) += int8_t(in.byte());
+        kept(0, j) += int8_t(in.byte());
+        kept(1, j) += int8_t(in.byte());
     }
     CvFaceResult block{};
     const std::vector<float> points = meridian::testing::providerPoints(kept);
@@ -74,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         v = static_cast<unsigned char>(128 + int(state >> 24) % (amplitude + 1) - amplitude / 2);
     }
 
-    static const cv::Mat pseudoInverse = homogeneousPseudoInverse(meanFaceMatrix());
+    const MeanFacePseudoInverse& pseudoInverse = meanFacePseudoInverse();
     FrameSelection selection;
     for (int id = 0; in.more() && id < 64; ++id) {
         const CvFaceResult block = in.byte() % 2 ? posedFace(in, rows, cols) : rawPoints(in);

@@ -10,10 +10,9 @@
 #include <string>
 #include <vector>
 
-#include <opencv2/core.hpp>
-
 #include "meridian/meridian.h"
 #include "rgbd/face_points.h"
+#include "rgbd/head_pose.h"
 #include "rgbd/landmark_model.h"
 
 namespace meridian::testing {
@@ -22,31 +21,31 @@ namespace meridian::testing {
 /// turned by `yawRadians` about the vertical axis (positive: nose toward
 /// the image's right) and then `pitchRadians` about the horizontal one
 /// (positive: looking up), `scale` pixels per unit, centred at (cx, cy).
-inline cv::Mat projectedFace(double yawRadians, double pitchRadians, double scale, double cx,
-                             double cy) {
-    const cv::Mat face = kestrel::meridian::meanFaceMatrix();
+inline kestrel::meridian::FaceLandmarks projectedFace(double yawRadians, double pitchRadians,
+                                                      double scale, double cx, double cy) {
+    const kestrel::meridian::MeanFace& face = kestrel::meridian::meanFace();
     const double ct = std::cos(yawRadians), st = std::sin(yawRadians);
     const double cp = std::cos(pitchRadians), sp = std::sin(pitchRadians);
-    cv::Mat points(2, face.cols, CV_32F);
-    for (int j = 0; j < face.cols; ++j) {
-        const double x = face.at<float>(0, j), y = face.at<float>(1, j), z = face.at<float>(2, j);
+    kestrel::meridian::FaceLandmarks points;
+    for (int j = 0; j < kestrel::meridian::kKeptPointCount; ++j) {
+        const double x = face(0, j), y = face(1, j), z = face(2, j);
         const double turnedX = ct * x + st * z, turnedZ = -st * x + ct * z;
         const double up = cp * y + sp * turnedZ;
-        points.at<float>(0, j) = float(cx + scale * turnedX);
-        points.at<float>(1, j) = float(cy - scale * up);
+        points(0, j) = float(cx + scale * turnedX);
+        points(1, j) = float(cy - scale * up);
     }
     return points;
 }
 
 /// The provider's 106 points (x0, y0, x1, y1, ...) that give `kept` after
 /// extraction: kept columns shifted by (+1, +2), pupils at the first point.
-inline std::vector<float> providerPoints(const cv::Mat& kept) {
+inline std::vector<float> providerPoints(const kestrel::meridian::FaceLandmarks& kept) {
     std::vector<float> points(2 * CV_FACE_POINT_COUNT);
     int column = 0;
     for (int i = 0; i < CV_FACE_POINT_COUNT; ++i) {
         const int from = kestrel::meridian::isSkippedPoint(i) ? 0 : column++;
-        points[2 * i] = kept.at<float>(0, from) + 1.0f;
-        points[2 * i + 1] = kept.at<float>(1, from) + 2.0f;
+        points[2 * i] = kept(0, from) + 1.0f;
+        points[2 * i + 1] = kept(1, from) + 2.0f;
     }
     return points;
 }

@@ -154,12 +154,15 @@ TEST_F(RgbdExports, DriverReadsFilesFromOneAndGivesIdsFromZero) {
 
 TEST(RgbdCaptureFiles, DepthExrRoundTripsAndWrongFilesReadEmpty) {
     TempDir dir;
-    cv::Mat depth(3, 5, CV_32F);
-    for (int k = 0; k < 15; ++k) depth.at<float>(k / 5, k % 5) = 0.5f + 0.001f * k;
+    kestrel::meridian::DepthImage depth;
+    depth.rows = 3;
+    depth.cols = 5;
+    for (int k = 0; k < 15; ++k) depth.depth.push_back(0.5f + 0.001f * k);
     ASSERT_TRUE(kestrel::meridian::writeDepthExr(dir.file("d.exr"), depth));
-    const cv::Mat back = kestrel::meridian::readDepthExr(dir.file("d.exr"));
-    ASSERT_EQ(back.size(), depth.size());
-    EXPECT_EQ(cv::norm(back, depth, cv::NORM_INF), 0.0);
+    const kestrel::meridian::DepthImage back = kestrel::meridian::readDepthExr(dir.file("d.exr"));
+    EXPECT_EQ(back.rows, 3);
+    EXPECT_EQ(back.cols, 5);
+    EXPECT_EQ(back.depth, depth.depth);
     dir.write("bad.exr", "not an image");
     EXPECT_TRUE(kestrel::meridian::readDepthExr(dir.file("bad.exr")).empty());
     EXPECT_TRUE(kestrel::meridian::readColorImage(dir.file("bad.exr")).empty());

@@ -18,7 +18,7 @@ using meridian::testing::projectedFace;
 constexpr double kWrapOffset = 3.14159265358979 * 180.0 / 3.14 - 180.0;
 
 TEST(RgbdPose, AffineFitRecoversTurnAndTiltOfTheMeanFace) {
-    const cv::Mat pinv = homogeneousPseudoInverse(meanFaceMatrix());
+    const MeanFacePseudoInverse& pinv = meanFacePseudoInverse();
     struct Case {
         double yaw, pitch;  // radians
     };

@@ -66,15 +66,13 @@ TEST_F(RgbdSelection, ExtractionShiftsPointsAndStopsOutsideTheImage) {
         block.points[2 * i] = float(i);
         block.points[2 * i + 1] = float(200 + i);
     }
-    cv::Mat kept;
+    FaceLandmarks kept;
     ASSERT_TRUE(extractLandmarks(block, 400, 300, kept));
-    ASSERT_EQ(kept.rows, 2);
-    ASSERT_EQ(kept.cols, kKeptPointCount);
     // Column 59 is point 61 and column 67 point 71: the pupils are skipped.
     for (const auto& [column, point] :
          {std::pair{0, 0}, {58, 58}, {59, 61}, {66, 68}, {67, 71}, {101, 105}}) {
-        EXPECT_EQ(kept.at<float>(0, column), float(point) - 1.0f);
-        EXPECT_EQ(kept.at<float>(1, column), float(200 + point) - 2.0f);
+        EXPECT_EQ(kept(0, column), float(point) - 1.0f);
+        EXPECT_EQ(kept(1, column), float(200 + point) - 2.0f);
     }
     struct Case {
         int point;
@@ -99,10 +97,10 @@ TEST_F(RgbdSelection, EyeOpennessRatiosAgainstTheirThresholds) {
     // Eye A's corners 10 apart on a line, its three lid pairs each `a`
     // long; eye B likewise with `b`. Columns are 1-based as in the check.
     auto landmarks = [](float a, float b) {
-        cv::Mat l(2, kKeptPointCount, CV_32F, cv::Scalar(0));
+        FaceLandmarks l = FaceLandmarks::Zero();
         auto put = [&](int column, float x, float y) {
-            l.at<float>(0, column - 1) = x;
-            l.at<float>(1, column - 1) = y;
+            l(0, column - 1) = x;
+            l(1, column - 1) = y;
         };
         const int eyes[2][8] = {{52, 55, 58, 59, 53, 57, 54, 56}, {60, 63, 66, 67, 61, 65, 62, 64}};
         for (int e = 0; e < 2; ++e) {
@@ -197,26 +195,6 @@ TEST_F(RgbdSelection, RejectedFramesAndWhatTheyWrite) {
     EXPECT_EQ(provider_.scoreBefore(), 0.0f);
 }
 
-TEST_F(RgbdSelection, SharpnessScoreKnownAnswers) {
-    // A one-pixel checkerboard of 0 and 255 has Laplacian +-4 everywhere
-    // (reflect-101 mirrors the opposite colour in): deviation 4, score 1020.
-    cv::Mat checker(40, 60, CV_8UC3);
-    for (int y = 0; y < checker.rows; ++y)
-        for (int x = 0; x < checker.cols; ++x)
-            checker.at<cv::Vec3b>(y, x) = cv::Vec3b::all((x + y) % 2 ? 255 : 0);
-    EXPECT_NEAR(sharpnessScore(colorToFloat(checker.data, checker.rows, checker.cols)), 1020.0f,
-                1e-2);
-    // A ramp of one grey level per column: Laplacian 0 inside, +-2/255 in
-    // the first and last columns under reflect-101 (a replicated border
-    // would give half): deviation 2/255 sqrt(2/W), score 2 sqrt(2/W).
-    cv::Mat ramp(30, 200, CV_8UC3);
-    for (int x = 0; x < ramp.cols; ++x) ramp.col(x).setTo(cv::Scalar::all(x));
-    EXPECT_NEAR(sharpnessScore(colorToFloat(ramp.data, ramp.rows, ramp.cols)),
-                2.0 * std::sqrt(2.0 / 200), 1e-4);
-    cv::Mat flat(30, 30, CV_8UC3, cv::Scalar(10, 200, 90));
-    EXPECT_EQ(sharpnessScore(colorToFloat(flat.data, flat.rows, flat.cols)), 0.0f);
-}
-
 TEST_F(RgbdSelection, FinalChoiceReportsTheFirstEmptyBucket) {
     int f = -9, n = -9, p = -9, u = -9;
     EXPECT_EQ(selection_.finalChoice(f, n, p, u), -5);
@@ -267,14 +245,13 @@ TEST_F(RgbdSelection, FinalChoiceTakesTheBlurriestOfTheNearestFive) {
     EXPECT_NEAR(selection_.upPitchTarget(), 14.0, 0.1);
 
     // Stored frames keep a score, not their images; it is bit for bit the
-    // score of the float colour image, so the choice is the literal one.
+    // score of the colour image, so the choice is the literal one.
     for (Bucket b : {Bucket::kFront, Bucket::kYawNegative, Bucket::kYawPositive, Bucket::kUp})
         for (const StoredFrame& frame : selection_.bucket(b)) {
             const auto& image = images[frame.frameId];
-            EXPECT_EQ(frame.sharpness,
-                      sharpnessScore(colorToFloat(image.data(), kFrameRows, kFrameCols)));
-            EXPECT_LE(frame.landmarks.total() * frame.landmarks.elemSize(), 816u);
+            EXPECT_EQ(frame.sharpness, sharpnessScore(image.data(), kFrameRows, kFrameCols));
         }
+    static_assert(sizeof(StoredFrame::landmarks) == 816, "a stored frame keeps 102 points");
 }
 
 TEST_F(RgbdSelection, LoaderSaysWhatIsMissing) {

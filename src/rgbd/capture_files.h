@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <opencv2/core.hpp>
-
 namespace kestrel::meridian {
 
 struct CaptureFramePaths {
@@ -19,16 +17,35 @@ struct CaptureFramePaths {
 /// files are called.
 std::vector<CaptureFramePaths> listCapture(const std::string& captureDir);
 
-/// An 8-bit colour image as packed 3-channel BGR (grey and BGRA are
-/// converted); empty when it cannot be read.
-cv::Mat readColorImage(const std::string& path);
+/// An 8-bit colour image, packed BGR: channel c of pixel (r, k) at
+/// 3 (r cols + k) + c.
+struct ColorImage {
+    int rows = 0;
+    int cols = 0;
+    std::vector<unsigned char> bgr;
+    bool empty() const { return bgr.empty(); }
+};
+
+/// A one-channel float image: pixel (r, k) at r cols + k.
+struct DepthImage {
+    int rows = 0;
+    int cols = 0;
+    std::vector<float> depth;
+    bool empty() const { return depth.empty(); }
+};
+
+/// An 8-bit colour image file (JPEG, PNG, ...) as BGR (grey and BGRA are
+/// converted); empty when it cannot be read. OpenCV's imread decodes it
+/// where the build has OpenCV, stb_image elsewhere; two JPEG decoders may
+/// differ in the last bit of a pixel.
+ColorImage readColorImage(const std::string& path);
 
 /// A one-channel 32-bit float OpenEXR image (channel "Y", "Z", "R" or
 /// "depth", else the file's only channel); empty when it cannot be read.
-cv::Mat readDepthExr(const std::string& path);
+DepthImage readDepthExr(const std::string& path);
 
-/// Writes `depth` (CV_32FC1) as a one-channel ("Y") 32-bit float OpenEXR
-/// image with ZIP compression. False when it cannot be written.
-bool writeDepthExr(const std::string& path, const cv::Mat& depth);
+/// Writes `depth` as a one-channel ("Y") 32-bit float OpenEXR image with ZIP
+/// compression. False when it cannot be written.
+bool writeDepthExr(const std::string& path, const DepthImage& depth);
 
 }  // namespace kestrel::meridian

@@ -5,25 +5,24 @@
 
 namespace kestrel::meridian {
 
-bool extractLandmarks(const CvFaceResult& block, int rows, int cols, cv::Mat& landmarks) {
-    landmarks.create(2, kKeptPointCount, CV_32F);
+bool extractLandmarks(const CvFaceResult& block, int rows, int cols, FaceLandmarks& landmarks) {
     int column = 0;
     for (int i = 0; i < CV_FACE_POINT_COUNT; ++i) {
         if (isSkippedPoint(i)) continue;
         const float x = block.points[2 * i];
         const float y = block.points[2 * i + 1] - 1.0f;
         if (!(x < cols) || !(y < rows) || x < 0 || y < 0) return false;
-        landmarks.at<float>(0, column) = x - 1.0f;
-        landmarks.at<float>(1, column) = y - 1.0f;
+        landmarks(0, column) = x - 1.0f;
+        landmarks(1, column) = y - 1.0f;
         ++column;
     }
     return true;
 }
 
-float faceSize(const cv::Mat& landmarks) {
+float faceSize(const FaceLandmarks& landmarks) {
     float minX = 10000, minY = 10000, maxX = 0, maxY = 0;
-    for (int j = 0; j < landmarks.cols; ++j) {
-        const float x = landmarks.at<float>(0, j), y = landmarks.at<float>(1, j);
+    for (int j = 0; j < kKeptPointCount; ++j) {
+        const float x = landmarks(0, j), y = landmarks(1, j);
         minX = std::min(minX, x);
         maxX = std::max(maxX, x);
         minY = std::min(minY, y);
@@ -35,14 +34,14 @@ float faceSize(const cv::Mat& landmarks) {
 namespace {
 
 // Distance of 1-based columns a and b, in double.
-double distance(const cv::Mat& l, int a, int b) {
-    const double dx = double(l.at<float>(0, a - 1)) - l.at<float>(0, b - 1);
-    const double dy = double(l.at<float>(1, a - 1)) - l.at<float>(1, b - 1);
+double distance(const FaceLandmarks& l, int a, int b) {
+    const double dx = double(l(0, a - 1)) - l(0, b - 1);
+    const double dy = double(l(1, a - 1)) - l(1, b - 1);
     return std::sqrt(dx * dx + dy * dy);
 }
 
 // Three lid distances summed in float, over the corner distance.
-double openness(const cv::Mat& l, const int (&pairs)[4][2]) {
+double openness(const FaceLandmarks& l, const int (&pairs)[4][2]) {
     float lids = 0.0f;
     for (int k = 0; k < 3; ++k) lids += distance(l, pairs[k][0], pairs[k][1]);
     return lids / distance(l, pairs[3][0], pairs[3][1]);
@@ -50,7 +49,7 @@ double openness(const cv::Mat& l, const int (&pairs)[4][2]) {
 
 }  // namespace
 
-int eyeOpenness(const cv::Mat& landmarks, bool frontal) {
+int eyeOpenness(const FaceLandmarks& landmarks, bool frontal) {
     static const int kEyeA[4][2] = {{58, 59}, {53, 57}, {54, 56}, {52, 55}};
     static const int kEyeB[4][2] = {{66, 67}, {61, 65}, {62, 64}, {60, 63}};
     const double threshold = frontal ? 0.2 : 0.5;

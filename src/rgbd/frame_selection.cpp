@@ -17,10 +17,10 @@ FrameAnalysis analyseFrame(const LandmarkModel& model, const unsigned char* bgr,
 }
 
 FrameAnalysis analyseLandmarks(const CvFaceResult& block, int rows, int cols,
-                               const cv::Mat& meanFacePseudoInverse) {
+                               const MeanFacePseudoInverse& pinv) {
     FrameAnalysis analysis;
     if (!extractLandmarks(block, rows, cols, analysis.landmarks)) return analysis;
-    analysis.angles = toYawPitch(affinePoseAngles(analysis.landmarks, meanFacePseudoInverse));
+    analysis.angles = toYawPitch(affinePoseAngles(analysis.landmarks, pinv));
     analysis.found = true;
     return analysis;
 }
@@ -69,8 +69,8 @@ int FrameSelection::intake(FrameAnalysis analysis, int frameId, const unsigned c
         stored.frameId = frameId;
         stored.yaw = frameYaw;
         stored.pitch = framePitch;
-        stored.sharpness = sharpnessScore(colorToFloat(bgr, rows, cols));
-        stored.landmarks = std::move(analysis.landmarks);
+        stored.sharpness = sharpnessScore(bgr, rows, cols);
+        stored.landmarks = analysis.landmarks;
         target->push_back(std::move(stored));
     }
     yaw = frameYaw;

@@ -6,8 +6,6 @@
 #include <array>
 #include <vector>
 
-#include <opencv2/core.hpp>
-
 #include "rgbd/head_pose.h"
 #include "rgbd/landmark_model.h"
 
@@ -16,7 +14,7 @@ namespace kestrel::meridian {
 /// Landmarks and head angles of one colour image.
 struct FrameAnalysis {
     bool found = false;  ///< false: no face, or a landmark outside the image
-    cv::Mat landmarks;   ///< 2 by 102, CV_32F (see extractLandmarks)
+    FaceLandmarks landmarks;  ///< see extractLandmarks
     YawPitch angles;
 };
 
@@ -26,9 +24,9 @@ FrameAnalysis analyseFrame(const LandmarkModel& model, const unsigned char* bgr,
                            int cols);
 
 /// The same from a provider's block already filled for an image of `rows`
-/// by `cols` pixels; `meanFacePseudoInverse` is the model's (102 by 4).
+/// by `cols` pixels.
 FrameAnalysis analyseLandmarks(const CvFaceResult& block, int rows, int cols,
-                               const cv::Mat& meanFacePseudoInverse);
+                               const MeanFacePseudoInverse& pinv);
 
 /// What a stored frame keeps: everything the final choice reads, and the
 /// landmarks. The colour image itself is not kept: its sharpness score is
@@ -39,7 +37,7 @@ struct StoredFrame {
     float yaw = 0.0f;
     float pitch = 0.0f;
     float sharpness = 0.0f;
-    cv::Mat landmarks;  ///< 2 by 102, CV_32F
+    FaceLandmarks landmarks;
 };
 
 enum class Bucket { kFront = 0, kYawNegative = 1, kYawPositive = 2, kUp = 3 };

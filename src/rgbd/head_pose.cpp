@@ -2,21 +2,40 @@
 
 #include <cmath>
 
+#include "rgbd/mean_face.h"
+
 namespace kestrel::meridian {
 
-cv::Mat homogeneousPseudoInverse(const cv::Mat& meanFace) {
-    cv::Mat homogeneous;
-    cv::vconcat(meanFace, cv::Mat::ones(1, meanFace.cols, CV_32F), homogeneous);
-    return homogeneous.inv(cv::DECOMP_SVD);
+const MeanFace& meanFace() {
+    static const MeanFace face = [] {
+        const std::array<double, 306>& constants = meanFaceConstants();
+        MeanFace f;
+        for (int r = 0; r < 3; ++r)
+            for (int j = 0; j < kKeptPointCount; ++j)
+                f(r, j) = static_cast<float>(constants[static_cast<size_t>(kKeptPointCount * r + j)]);
+        return f;
+    }();
+    return face;
 }
 
-std::array<float, 3> affinePoseAngles(const cv::Mat& landmarks, const cv::Mat& pinv) {
-    const cv::Mat camera = landmarks * pinv;  // 2 by 4
+std::array<float, 3> affinePoseAngles(const FaceLandmarks& landmarks,
+                                      const MeanFacePseudoInverse& pinv) {
+    // The camera M = landmarks * pinv, 2 by 4; products summed in double in
+    // column order, as a single-precision matrix product with a double
+    // accumulator gives them.
+    float m[2][4];
+    for (int row = 0; row < 2; ++row)
+        for (int c = 0; c < 4; ++c) {
+            double sum = 0.0;
+            for (int j = 0; j < kKeptPointCount; ++j)
+                sum += static_cast<double>(landmarks(row, j)) * static_cast<double>(pinv(j, c));
+            m[row][c] = static_cast<float>(sum);
+        }
     float r[3][3];
     for (int row = 0; row < 2; ++row) {
-        const float* m = camera.ptr<float>(row);
-        const float length = sqrtf(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
-        for (int k = 0; k < 3; ++k) r[row][k] = m[k] / length;
+        const float length =
+            sqrtf(m[row][0] * m[row][0] + m[row][1] * m[row][1] + m[row][2] * m[row][2]);
+        for (int k = 0; k < 3; ++k) r[row][k] = m[row][k] / length;
     }
     r[2][0] = r[0][1] * r[1][2] - r[0][2] * r[1][1];
     r[2][1] = r[0][2] * r[1][0] - r[0][0] * r[1][2];

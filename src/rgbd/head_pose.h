@@ -3,21 +3,36 @@
 
 #include <array>
 
-#include <opencv2/core.hpp>
+#include <Eigen/Core>
+
+#include "rgbd/face_points.h"
 
 namespace kestrel::meridian {
 
-/// Pseudo-inverse of the mean face with a row of ones appended: `meanFace`
-/// is 3 by 102 (CV_32F, x right, y up, z toward the viewer); the result is
-/// 102 by 4 (CV_32F), by single-precision SVD.
-cv::Mat homogeneousPseudoInverse(const cv::Mat& meanFace);
+/// The mean face, 3 by 102 (x right, y up, z toward the viewer), stored row
+/// after row: element (r, j) = float(meanFaceConstants()[102 r + j]).
+using MeanFace = Eigen::Matrix<float, 3, kKeptPointCount, Eigen::RowMajor>;
 
-/// Fits the 2 by 4 affine camera M = landmarks * pinv (landmarks 2 by 102,
-/// CV_32F; pinv from homogeneousPseudoInverse), normalises the first three
-/// entries of its rows to r1, r2, takes r3 = r1 x r2 and returns the angles
-/// of R = [r1; r2; r3]: atan2f(R01, R00), asinf(-R02), atan2f(R12, R22).
-/// All in single precision.
-std::array<float, 3> affinePoseAngles(const cv::Mat& landmarks, const cv::Mat& pinv);
+/// Pseudo-inverse of the mean face with a row of ones appended, 102 by 4,
+/// stored row after row (element (j, c) at 4 j + c).
+using MeanFacePseudoInverse = Eigen::Matrix<float, kKeptPointCount, 4, Eigen::RowMajor>;
+
+/// The mean face in single precision.
+const MeanFace& meanFace();
+
+/// The pseudo-inverse of [meanFace(); 1 ... 1] by single-precision SVD. It
+/// is a generated table (mean_face_pinv.cpp, see its header), so every
+/// platform gets the same bits.
+const MeanFacePseudoInverse& meanFacePseudoInverse();
+
+/// Fits the 2 by 4 affine camera M = landmarks * pinv (each entry a sum of
+/// 102 products of floats, accumulated in double and rounded to float),
+/// normalises the first three entries of its rows to r1, r2, takes
+/// r3 = r1 x r2 and returns the angles of R = [r1; r2; r3]:
+/// atan2f(R01, R00), asinf(-R02), atan2f(R12, R22). The rest in single
+/// precision.
+std::array<float, 3> affinePoseAngles(const FaceLandmarks& landmarks,
+                                      const MeanFacePseudoInverse& pinv);
 
 struct YawPitch {
     float yaw = 0.0f;

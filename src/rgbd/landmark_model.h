@@ -5,14 +5,10 @@
 #include <memory>
 #include <string>
 
-#include <opencv2/core.hpp>
-
+#include "rgbd/head_pose.h"
 #include "rgbd/landmark_provider.h"
 
 namespace kestrel::meridian {
-
-/// The mean face, 3 by 102, CV_32F: element (r, j) = constant 102 r + j.
-cv::Mat meanFaceMatrix();
 
 class LandmarkModel {
   public:
@@ -24,17 +20,14 @@ class LandmarkModel {
 
     const LandmarkProvider& provider() const { return *provider_; }
 
-    /// 3 by 102, CV_32F: the mean face, element (r, j) = constant 102 r + j.
-    const cv::Mat& meanFace() const { return meanFace_; }
-
-    /// 102 by 4, CV_32F: pseudo-inverse of the mean face with a row of ones.
-    const cv::Mat& meanFacePseudoInverse() const { return pseudoInverse_; }
+    /// Pseudo-inverse of the mean face with a row of ones (the table).
+    const MeanFacePseudoInverse& meanFacePseudoInverse() const {
+        return kestrel::meridian::meanFacePseudoInverse();
+    }
 
   private:
     LandmarkModel() = default;
     std::unique_ptr<LandmarkProvider> provider_;
-    cv::Mat meanFace_;
-    cv::Mat pseudoInverse_;
 };
 
 }  // namespace kestrel::meridian

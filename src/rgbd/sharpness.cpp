@@ -1,26 +1,69 @@
 #include "rgbd/sharpness.h"
 
+#include <algorithm>
 #include <cmath>
-
-#include <opencv2/imgproc.hpp>
+#include <cstddef>
 
 namespace kestrel::meridian {
 
-cv::Mat colorToFloat(const unsigned char* bgr, int rows, int cols) {
-    const cv::Mat wrapped(rows, cols, CV_8UC3, const_cast<unsigned char*>(bgr));
-    cv::Mat colorFloat;
-    wrapped.convertTo(colorFloat, CV_32FC3, 1.0 / 255.0);
-    return colorFloat;
+std::vector<float> greyFromBgr(const unsigned char* bgr, int rows, int cols) {
+    const size_t count = static_cast<size_t>(rows) * static_cast<size_t>(cols);
+    const float scale = static_cast<float>(1.0 / 255.0);
+    std::vector<float> grey(count);
+    for (size_t i = 0; i < count; ++i) {
+        const float b = static_cast<float>(bgr[3 * i]) * scale;
+        const float g = static_cast<float>(bgr[3 * i + 1]) * scale;
+        const float r = static_cast<float>(bgr[3 * i + 2]) * scale;
+        grey[i] = std::fma(r, 0.299f, std::fma(g, 0.587f, b * 0.114f));
+    }
+    return grey;
 }
 
-float sharpnessScore(const cv::Mat& colorFloat) {
-    static const cv::Mat kLaplacian = (cv::Mat_<signed char>(3, 3) << 0, 1, 0, 1, -4, 1, 0, 1, 0);
-    cv::Mat grey, filtered;
-    cv::cvtColor(colorFloat, grey, cv::COLOR_BGR2GRAY);
-    cv::filter2D(grey, filtered, -1, kLaplacian, cv::Point(-1, -1), 0.0, cv::BORDER_REFLECT_101);
-    cv::Scalar mean, deviation;
-    cv::meanStdDev(filtered, mean, deviation);
-    return static_cast<float>(std::fabs(deviation[0]) * 255);
+namespace {
+
+// Reflect-101 index of p in [0, n): -1 reads 1, n reads n - 2.
+int reflect101(int p, int n) {
+    if (n == 1) return 0;
+    if (p < 0) return -p;
+    if (p >= n) return 2 * n - 2 - p;
+    return p;
+}
+
+}  // namespace
+
+std::vector<float> laplacian3x3(const std::vector<float>& image, int rows, int cols) {
+    std::vector<float> out(image.size());
+    for (int r = 0; r < rows; ++r) {
+        const float* up = &image[static_cast<size_t>(reflect101(r - 1, rows)) * cols];
+        const float* row = &image[static_cast<size_t>(r) * cols];
+        const float* down = &image[static_cast<size_t>(reflect101(r + 1, rows)) * cols];
+        float* target = &out[static_cast<size_t>(r) * cols];
+        for (int c = 0; c < cols; ++c) {
+            const float left = row[reflect101(c - 1, cols)];
+            const float right = row[reflect101(c + 1, cols)];
+            target[c] = (((up[c] + left) + row[c] * -4.0f) + right) + down[c];
+        }
+    }
+    return out;
+}
+
+double standardDeviation(const std::vector<float>& values) {
+    if (values.empty()) return 0.0;
+    double sum = 0.0, squares = 0.0;
+    for (const float v : values) {
+        sum += v;
+        squares += static_cast<double>(v) * v;
+    }
+    // Scaled by the reciprocal of the count, not divided by it: the
+    // reference's rounding.
+    const double scale = 1.0 / static_cast<double>(values.size());
+    const double mean = sum * scale;
+    return std::sqrt(std::max(squares * scale - mean * mean, 0.0));
+}
+
+float sharpnessScore(const unsigned char* bgr, int rows, int cols) {
+    const std::vector<float> filtered = laplacian3x3(greyFromBgr(bgr, rows, cols), rows, cols);
+    return static_cast<float>(std::fabs(standardDeviation(filtered)) * 255);
 }
 
 }  // namespace kestrel::meridian

@@ -86,17 +86,18 @@ void writeContactSheet(const std::string& path, const std::vector<CaptureFramePa
     cv::Mat sheet(2 * kTile, 2 * kTile, CV_8UC3, cv::Scalar(32, 32, 32));
     for (size_t t = 0; t < chosen.size(); ++t) {
         const Chosen& c = chosen[t];
-        const cv::Mat image = kestrel::meridian::readColorImage(frames[size_t(c.id)].color);
+        kestrel::meridian::ColorImage image =
+            kestrel::meridian::readColorImage(frames[size_t(c.id)].color);
         if (image.empty()) continue;
-        cv::Mat drawn = image.clone();
+        cv::Mat drawn = cv::Mat(image.rows, image.cols, CV_8UC3, image.bgr.data()).clone();
         const auto analysis =
-            kestrel::meridian::analyseFrame(model, image.data, image.rows, image.cols);
+            kestrel::meridian::analyseFrame(model, image.bgr.data(), image.rows, image.cols);
         const double radius = std::max(1.0, image.cols / 320.0);
         if (analysis.found)
-            for (int j = 0; j < analysis.landmarks.cols; ++j)
+            for (int j = 0; j < kestrel::meridian::kKeptPointCount; ++j)
                 cv::circle(drawn,
-                           cv::Point2f(analysis.landmarks.at<float>(0, j) + 1.0f,
-                                       analysis.landmarks.at<float>(1, j) + 2.0f),
+                           cv::Point2f(analysis.landmarks(0, j) + 1.0f,
+                                       analysis.landmarks(1, j) + 2.0f),
                            int(radius), cv::Scalar(0, 255, 0), cv::FILLED, cv::LINE_AA);
         const double scale = std::min(double(kTile) / drawn.cols, double(kTile) / drawn.rows);
         cv::resize(drawn, drawn, cv::Size(), scale, scale, cv::INTER_AREA);
@@ -130,8 +131,10 @@ void runSelect(const SelectOptions& options) {
         const std::string name = fs::path(frames[k].color).filename().string();
         std::printf("%s %3zu/%zu  id %3zu  %-8s ", progressBar(k + 1, frames.size()).c_str(), k + 1,
                     frames.size(), k, name.c_str());
-        const cv::Mat color = kestrel::meridian::readColorImage(frames[k].color);
-        const cv::Mat depth = kestrel::meridian::readDepthExr(frames[k].depth);
+        const kestrel::meridian::ColorImage color =
+            kestrel::meridian::readColorImage(frames[k].color);
+        const kestrel::meridian::DepthImage depth =
+            kestrel::meridian::readDepthExr(frames[k].depth);
         if (color.empty() || depth.empty()) {
             std::printf("skipped: cannot read %s\n",
                         (color.empty() ? frames[k].color : frames[k].depth).c_str());
@@ -139,8 +142,8 @@ void runSelect(const SelectOptions& options) {
         }
         float yaw = 0.0f, pitch = 0.0f;
         const int code =
-            AI_Choose4RGBD_input_1_rgbd(int(k), color.data, color.cols, color.rows, depth.data,
-                                        depth.cols, depth.rows, &yaw, &pitch);
+            AI_Choose4RGBD_input_1_rgbd(int(k), color.bgr.data(), color.cols, color.rows,
+                                        depth.depth.data(), depth.cols, depth.rows, &yaw, &pitch);
         yaws[k] = yaw;
         pitches[k] = pitch;
         if (code == -1 || code == -2 || code == -4)

@@ -223,7 +223,11 @@ bool writeDemoCapture(const std::string& dir, std::string& error) {
             error = "cannot write " + colorPath;
             return false;
         }
-        if (!kestrel::meridian::writeDepthExr(depthPath, frame.depth)) {
+        kestrel::meridian::DepthImage depth;
+        depth.rows = frame.depth.rows;
+        depth.cols = frame.depth.cols;
+        depth.depth.assign(frame.depth.ptr<float>(), frame.depth.ptr<float>() + frame.depth.total());
+        if (!kestrel::meridian::writeDepthExr(depthPath, depth)) {
             error = "cannot write " + depthPath;
             return false;
         }
