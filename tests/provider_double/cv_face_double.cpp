@@ -1,14 +1,26 @@
 // A landmark provider for tests: it returns whatever landmarks the test
 // queued, and records how it was called. Built as libcv_face.so in a folder
-// of its own, next to a copy of libmeridian.so.
+// of its own, next to a copy of libmeridian.so (and as libcv_face.dll for
+// the Windows runs).
+//
+// A program that cannot queue (the C consumer) names a replay file in
+// CV_FACE_DOUBLE_REPLAY instead: InitModel queues its lines, one per
+// GetFaceLandmark call, each 212 numbers or the word "none".
+#include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "meridian/cv_face.h"
 
+#if defined(_WIN32)
+#define DOUBLE_API extern "C" __declspec(dllexport)
+#else
 #define DOUBLE_API extern "C" __attribute__((visibility("default")))
+#endif
 
 namespace {
 
@@ -30,11 +42,38 @@ Calls& calls() {
 
 }  // namespace
 
-/// Fails for a model directory named "fail".
+namespace {
+
+// Queues the lines of the replay file; false when a line is malformed.
+bool queueReplay(const char* path) {
+    std::ifstream file(path);
+    if (!file) return false;
+    std::string line;
+    while (std::getline(file, line)) {
+        std::istringstream fields(line);
+        std::vector<float> points;
+        if (line.rfind("none", 0) != 0) {
+            float v = 0.0f;
+            while (fields >> v) points.push_back(v);
+            if (points.size() != 2 * CV_FACE_POINT_COUNT) return false;
+        }
+        calls().queued.push_back(std::move(points));
+    }
+    return true;
+}
+
+}  // namespace
+
+/// Fails for a model directory named "fail", and for a replay file that
+/// cannot be read.
 DOUBLE_API int InitModel(const char* model_dir, int device, int flags) {
     calls().modelDir = model_dir ? model_dir : "(null)";
     calls().initDevice = device;
     calls().initFlags = flags;
+    if (const char* replay = std::getenv("CV_FACE_DOUBLE_REPLAY"); replay && *replay) {
+        calls().queued.clear();
+        if (!queueReplay(replay)) return -1;
+    }
     return calls().modelDir == "fail" ? -1 : 0;
 }
 
