@@ -19,9 +19,17 @@ triple=x86_64-w64-mingw32
 wine=/usr/lib/wine/wine64
 [ -x "$wine" ] || wine="$(command -v wine64 || command -v wine)"
 
+wineserver="$(dirname "$wine")/wineserver"
+[ -x "$wineserver" ] || wineserver="$(command -v wineserver)"
+
 work="$(mktemp -d)"
-trap 'wineserver -k >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 export WINEPREFIX="$work/wine-prefix" WINEDEBUG=-all
+cleanup() {
+  "$wineserver" -k >/dev/null 2>&1 || true
+  "$wineserver" -w >/dev/null 2>&1 || true
+  rm -rf "$work" || true
+}
+trap cleanup EXIT
 
 # The Windows programs, in one folder: the provider double sits beside the
 # DLL, where the library looks for it.
