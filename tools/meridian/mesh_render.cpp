@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "cli_common.h"
+#include "image_file.h"
 
 namespace meridian::cli {
 
@@ -95,13 +96,7 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
 void writePanels(const std::string& path, const std::vector<cv::Mat>& panels) {
     cv::Mat all;
     cv::hconcat(panels, all);
-    bool written = false;
-    try {
-        written = cv::imwrite(path, all);
-    } catch (const cv::Exception&) {
-        written = false;
-    }
-    if (!written) throw CommandError("cannot write the preview image " + path);
+    writeImageFile(path, all);
 }
 
 }  // namespace meridian::cli

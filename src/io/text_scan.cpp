@@ -1,0 +1,113 @@
+#include "io/text_scan.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace kestrel::meridian::scan {
+
+namespace {
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// from_chars takes no '+'; OBJ and PLY writers sometimes put one.
+std::string_view withoutPlus(std::string_view token) {
+    if (token.size() > 1 && token[0] == '+' && token[1] != '-' && token[1] != '+')
+        token.remove_prefix(1);
+    return token;
+}
+
+// A number beyond the type's range is either too large (refused) or too
+// small (rounds to 0 or a subnormal, as strtod does). strtod tells them
+// apart; this runs only for such rare tokens, so the copy does not matter.
+template <typename Real>
+NumberStatus parseOutOfRange(std::string_view token, Real& value) {
+    char buffer[128];
+    if (token.size() >= sizeof buffer) return NumberStatus::outOfRange;
+    std::memcpy(buffer, token.data(), token.size());
+    buffer[token.size()] = '\0';
+    const long double wide = std::strtold(buffer, nullptr);
+    const long double largest = std::numeric_limits<Real>::max();
+    if (!std::isfinite(wide) || std::fabs(wide) > largest) return NumberStatus::outOfRange;
+    value = static_cast<Real>(wide);
+    return std::isfinite(value) ? NumberStatus::ok : NumberStatus::outOfRange;
+}
+
+template <typename Real>
+NumberStatus parseReal(std::string_view token, Real& value) {
+    token = withoutPlus(token);
+    if (token.empty()) return NumberStatus::notANumber;
+    // nan and inf are numbers to from_chars, but never coordinates.
+    const char first = token[0] == '-' && token.size() > 1 ? token[1] : token[0];
+    if (first != '.' && (first < '0' || first > '9')) return NumberStatus::notANumber;
+    const char* end = token.data() + token.size();
+    const auto [ptr, ec] = std::from_chars(token.data(), end, value, std::chars_format::general);
+    if (ptr != end) return NumberStatus::notANumber;
+    if (ec == std::errc::result_out_of_range) return parseOutOfRange(token, value);
+    if (ec != std::errc()) return NumberStatus::notANumber;
+    return std::isfinite(value) ? NumberStatus::ok : NumberStatus::outOfRange;
+}
+
+}  // namespace
+
+bool LineReader::next(std::string_view& line) {
+    if (rest_.empty()) return false;
+    const void* newline = std::memchr(rest_.data(), '\n', rest_.size());
+    size_t length = newline ? static_cast<size_t>(static_cast<const char*>(newline) - rest_.data())
+                            : rest_.size();
+    line = rest_.substr(0, length);
+    rest_.remove_prefix(newline ? length + 1 : length);
+    if (newline && !line.empty() && line.back() == '\r') line.remove_suffix(1);
+    ++lineNumber_;
+    return true;
+}
+
+bool TokenReader::next(std::string_view& token) {
+    size_t start = 0;
+    while (start < rest_.size() && isBlank(rest_[start])) ++start;
+    if (start == rest_.size()) {
+        rest_ = {};
+        return false;
+    }
+    size_t stop = start;
+    while (stop < rest_.size() && !isBlank(rest_[stop])) ++stop;
+    token = rest_.substr(start, stop - start);
+    rest_.remove_prefix(stop);
+    return true;
+}
+
+bool TokenReader::atEnd() {
+    while (!rest_.empty() && isBlank(rest_.front())) rest_.remove_prefix(1);
+    return rest_.empty();
+}
+
+NumberStatus parseFloat(std::string_view token, float& value) {
+    return parseReal(token, value);
+}
+
+NumberStatus parseDouble(std::string_view token, double& value) {
+    return parseReal(token, value);
+}
+
+NumberStatus parseInt64(std::string_view token, int64_t& value) {
+    token = withoutPlus(token);
+    const char* end = token.data() + token.size();
+    const auto [ptr, ec] = std::from_chars(token.data(), end, value);
+    if (token.empty() || ptr != end) return NumberStatus::notANumber;
+    if (ec == std::errc::result_out_of_range) return NumberStatus::outOfRange;
+    return ec == std::errc() ? NumberStatus::ok : NumberStatus::notANumber;
+}
+
+std::string quoted(std::string_view token) {
+    constexpr size_t kShown = 32;
+    std::string text = "'";
+    text.append(token.substr(0, kShown));
+    if (token.size() > kShown) text += "...";
+    return text + "'";
+}
+
+}  // namespace kestrel::meridian::scan

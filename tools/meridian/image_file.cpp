@@ -1,0 +1,24 @@
+#include "image_file.h"
+
+#include <filesystem>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include "cli_common.h"
+
+namespace meridian::cli {
+
+void writeImageFile(const std::string& path, const cv::Mat& image) {
+    std::vector<uchar> bytes;
+    bool encoded = false;
+    try {
+        encoded = cv::imencode(std::filesystem::path(path).extension().string(), image, bytes);
+    } catch (const cv::Exception&) {
+        encoded = false;
+    }
+    if (!encoded) throw CommandError("cannot encode the picture " + path);
+    writeOutputFile(path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+}
+
+}  // namespace meridian::cli
