@@ -193,8 +193,10 @@ void checkModel(const std::string& modelDir, ModelTask task) {
                                 "eyeball/w_head2eyeball_left.corresp",
                                 "eyeball/w_head2eyeball_right.corresp");
         case ModelTask::eyelashAligner: return checkEyelashAligner(modelDir);
-        case ModelTask::exportEyeMeshes:
-            checkEngineMesh(modelDir, "eyeball/ue4_eyeball.obj", "eyeball/idx_eyeball2ue4.corresp");
+        case ModelTask::eyeballExportMesh:
+            return checkEngineMesh(modelDir, "eyeball/ue4_eyeball.obj",
+                                   "eyeball/idx_eyeball2ue4.corresp");
+        case ModelTask::eyelashExportMesh:
             return checkEngineMesh(modelDir, "eyelash/ue4_eyelash.obj",
                                    "eyelash/idx_eyelash2ue4.corresp");
         case ModelTask::blendshapes: return checkBlendshapeFiles(modelDir);

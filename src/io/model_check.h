@@ -18,7 +18,8 @@ enum class ModelTask {
     posedEyeMesh,    ///< eyeball/color_eye/EyeNew.obj (the eye mesh a host poses)
     eyeballAligner,  ///< the eyeball aligner's mesh, correspondences, weights and side lists
     eyelashAligner,  ///< the eyelash aligner's files and its blendshape mesh
-    exportEyeMeshes, ///< eyeball/ue4_eyeball.obj and eyelash/ue4_eyelash.obj in export order
+    eyeballExportMesh,  ///< eyeball/ue4_eyeball.obj, one vertex per export-order entry
+    eyelashExportMesh,  ///< eyelash/ue4_eyelash.obj, one vertex per export-order entry
     blendshapes      ///< the 27 sets and 15 region files under BS/
 };
 
