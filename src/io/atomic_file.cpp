@@ -67,11 +67,16 @@ Temporary::Temporary(const std::string& target, std::string_view bytes) : target
             if (errno == EEXIST && attempt < 100) continue;
             writeFailure(target, "create a temporary", errno);
         }
-        path_ = candidate;
         const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() &&
                         std::fflush(file) == 0 && _commit(_fileno(file)) == 0;
         const int error = errno;
-        if (std::fclose(file) != 0 || !ok) writeFailure(target, "write", ok ? errno : error);
+        const bool closed = std::fclose(file) == 0;
+        if (!ok || !closed) {
+            // A constructor that throws runs no destructor: remove it here.
+            std::remove(candidate.c_str());
+            writeFailure(target, "write", ok ? errno : error);
+        }
+        path_ = candidate;
     }
 }
 
@@ -97,10 +102,11 @@ Temporary::Temporary(const std::string& target, std::string_view bytes) : target
     std::string pattern = (fs::path(folderOf(target)) / ("." + name + ".part-XXXXXX")).string();
     const int fd = ::mkstemp(pattern.data());
     if (fd < 0) writeFailure(target, "create a temporary", errno);
-    path_ = pattern;
+    // A constructor that throws runs no destructor: remove the temporary here.
     const auto fail = [&](const char* what) {
         const int error = errno;
         ::close(fd);
+        ::unlink(pattern.c_str());
         writeFailure(target, what, error);
     };
     if (::fchmod(fd, newFileMode(target)) != 0) fail("set permissions");
@@ -116,7 +122,12 @@ Temporary::Temporary(const std::string& target, std::string_view bytes) : target
         left -= static_cast<size_t>(written);
     }
     if (::fsync(fd) != 0) fail("flush");
-    if (::close(fd) != 0) writeFailure(target, "close", errno);
+    if (::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(pattern.c_str());
+        writeFailure(target, "close", error);
+    }
+    path_ = pattern;
 }
 
 void Temporary::commit() {

@@ -57,6 +57,9 @@ void runBlendshapes(const BlendshapeOptions& options) {
     namespace km = kestrel::meridian;
     const std::string templatePath = options.model + kTemplateFile;
     const bool haveTemplate = fs::exists(templatePath);
+    // Refused outputs first; the folder itself is created only once the model passes.
+    if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
     km::checkModel(options.model, km::ModelTask::blendshapes);
     if (haveTemplate) km::checkModel(options.model, km::ModelTask::tangentFrames);
     std::error_code ec;

@@ -135,11 +135,11 @@ void addExportCommand(CLI::App& app) {
                      "Leave a part out: eyes or blendshapes (may be given twice)")
         ->check(CLI::IsMember({"eyes", "blendshapes"}))
         ->delimiter(',');
-    command
-        ->add_option(
-            "--metres-per-unit", options->metresPerUnit,
-            "Metres per model unit (default " + std::to_string(ex::kDefaultMetresPerUnit) + ")")
-        ->check(CLI::PositiveNumber);  // nan passes this check; runExport refuses it
+    // Checked in runExport (finite, above 0), so a bad value is one "error:" line.
+    command->add_option(
+        "--metres-per-unit", options->metresPerUnit,
+        "Metres per model unit, finite and above 0 (default " +
+            std::to_string(ex::kDefaultMetresPerUnit) + ")");
     command->add_option("--preview", options->preview,
                         outputHelp("Also draw the written asset, read back, to this PNG"));
     command->callback([options] { runExport(*options); });

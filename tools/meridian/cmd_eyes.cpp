@@ -117,6 +117,9 @@ void runEyes(const EyesOptions& options) {
     const std::vector<float> head = readHeadPlanar(options.in);
     const std::string eyeballTemplate = (fs::path(options.model) / "eyeball/ue4_eyeball.obj").string();
     const std::string lashTemplate = (fs::path(options.model) / "eyelash/ue4_eyelash.obj").string();
+    // Refused outputs first; the folder itself is created only once the model passes.
+    if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
     km::checkModel(options.model, {km::ModelTask::eyeballFit, km::ModelTask::posedEyeMesh,
                                    km::ModelTask::eyeballAligner, km::ModelTask::eyelashAligner});
     // The export-order templates are optional; when present they must fit.
@@ -124,6 +127,8 @@ void runEyes(const EyesOptions& options) {
     if (fs::exists(lashTemplate)) km::checkModel(options.model, km::ModelTask::eyelashExportMesh);
     std::error_code ec;
     fs::create_directories(options.outDir, ec);
+    if (ec || !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
     const auto out = [&](const char* name) { return (fs::path(options.outDir) / name).string(); };
     const std::string headOut = out("head_with_eyes.obj"), eyeballsOut = out("eyeballs_ue4.obj"),
                       lashesOut = out("eyelashes_ue4.obj"), previewOut = out("eyes_preview.png");
