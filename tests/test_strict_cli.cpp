@@ -38,7 +38,8 @@ using Edit = std::function<std::string(const std::string&)>;
 std::string cutBefore(const std::string& text, const std::string& prefix, int line) {
     size_t at = 0;
     for (int seen = 0;; at = text.find('\n', at) + 1) {
-        if (text.compare(at, prefix.size(), prefix) == 0 && ++seen == line) return text.substr(0, at);
+        if (text.compare(at, prefix.size(), prefix) == 0 && ++seen == line)
+            return text.substr(0, at);
     }
 }
 
@@ -57,12 +58,11 @@ std::string replaceLine(const std::string& text, int line, const std::string& wi
 // The sample head as a binary PLY: comments, a double x y z and an extra
 // colour property per vertex.
 std::string binaryHead(const km::StrictMesh& head, bool bigEndian) {
-    std::string bytes = std::string("ply\nformat ") +
-                        (bigEndian ? "binary_big_endian" : "binary_little_endian") +
-                        " 1.0\ncomment written by a scanner\nelement vertex " +
-                        std::to_string(head.vertexCount()) +
-                        "\nproperty double x\nproperty double y\nproperty double z\n"
-                        "comment colour\nproperty uchar red\nend_header\n";
+    std::string bytes =
+        std::string("ply\nformat ") + (bigEndian ? "binary_big_endian" : "binary_little_endian") +
+        " 1.0\ncomment written by a scanner\nelement vertex " + std::to_string(head.vertexCount()) +
+        "\nproperty double x\nproperty double y\nproperty double z\n"
+        "comment colour\nproperty uchar red\nend_header\n";
     for (int64_t j = 0; j < head.vertexCount(); ++j) {
         for (int r = 0; r < 3; ++r) {
             const double value = head.vertices[static_cast<size_t>(3 * j + r)];
@@ -136,9 +136,10 @@ std::string fill(std::string text, const std::string& model, const std::string& 
 
 TEST_F(StrictCli, EveryDamagedInputIsOneErrorAndLeavesTheDiskAsItWas) {
     const Command swap{"swap --model {model} --in {in} --out {out}/head_ue4.obj", "head_ue4.obj"};
-    const Command exportAsset{"export --model {model} --in {in} --out {out}/head.glb --skip "
-                              "blendshapes --preview {out}/head.png",
-                              "head.glb"};
+    const Command exportAsset{
+        "export --model {model} --in {in} --out {out}/head.glb --skip "
+        "blendshapes --preview {out}/head.png",
+        "head.glb"};
     const Command exportAll{"export --model {model} --in {in} --out {out}/head.glb", "head.glb"};
     const Command eyes{"eyes --model {model} --in {in} --out-dir {out}", "head_with_eyes.obj"};
     const Command tbn{"tbn --model {model} --in {in} --out {out}/frames.ply --preview {out}/n.png",
@@ -170,8 +171,8 @@ TEST_F(StrictCli, EveryDamagedInputIsOneErrorAndLeavesTheDiskAsItWas) {
          "a face of 4 corners; only triangles are read"},
         {"face index out of range in a head", swap, kHead,
          [](const std::string& t) { return t + "f 1 2 20482\n"; }, "vertex index 20482"},
-        {"truncated PLY head", exportAsset, kPlyHead,
-         firstHalf, "declares 20481 vertex elements, the body ends after"},
+        {"truncated PLY head", exportAsset, kPlyHead, firstHalf,
+         "declares 20481 vertex elements, the body ends after"},
         {"binary PLY head cut short", swap, kPlyHead,
          [](const std::string& t) {
              const km::StrictMesh head = km::parseStrictMesh(t, "h.ply");
@@ -182,14 +183,12 @@ TEST_F(StrictCli, EveryDamagedInputIsOneErrorAndLeavesTheDiskAsItWas) {
         {"nan in a PLY head", exportAsset, kPlyHead,
          [](const std::string& t) { return replaceLine(t, 10, "nan 0 0"); },
          "line 10: vertex 2 has a non-finite coordinate 'nan'"},
-        {"truncated idx_head2ue4.corresp", exportAsset, "idx_head2ue4.corresp",
-         firstHalf, "the header declares 20864 entries, the body ends after"},
+        {"truncated idx_head2ue4.corresp", exportAsset, "idx_head2ue4.corresp", firstHalf,
+         "the header declares 20864 entries, the body ends after"},
         {"idx_head2ue4.corresp cut inside a line", swap, "idx_head2ue4.corresp",
          [](const std::string& t) { return firstHalf(t) + "17"; }, "does not have 2 fields"},
         {"template corner out of range", swap, "idx_tavi2head.corresp",
-         [](const std::string& t) {
-             return replaceLine(t, 8, "2 1 1 2 20481 0.5 0.25 0.25");
-         },
+         [](const std::string& t) { return replaceLine(t, 8, "2 1 1 2 20481 0.5 0.25 0.25"); },
          "names source vertex 20481, outside 0..20480"},
         {"a weight that is not finite", swap, "idx_tavi2head.corresp",
          [](const std::string& t) { return replaceLine(t, 8, "1 1 0 1 2 nan 0 0"); },
@@ -208,7 +207,8 @@ TEST_F(StrictCli, EveryDamagedInputIsOneErrorAndLeavesTheDiskAsItWas) {
          [](const std::string& t) { return t.substr(0, t.rfind('\n', t.size() - 2) + 1); },
          "weights, but eyeball/idx_head2eyeball_left.corresp needs"},
         {"side list out of range", eyes, "eyelash/idx_eyelash_left.txt",
-         [](const std::string& t) { return t + "188\n"; }, "entry 100 names mesh vertex 188, outside 0..187"},
+         [](const std::string& t) { return t + "188\n"; },
+         "entry 100 names mesh vertex 188, outside 0..187"},
         {"eyelash blendshape one vertex short", eyes, "eyelash/eyelash_bs01.obj",
          [](const std::string& t) { return "v 0 0 0\n" + t; },
          "189 vertices, but eyelash/eyelash_tri.obj needs 188"},
@@ -216,7 +216,8 @@ TEST_F(StrictCli, EveryDamagedInputIsOneErrorAndLeavesTheDiskAsItWas) {
          [](const std::string& t) { return "v 0 0 0\n" + t; },
          "vertices, but eyeball/idx_eyeball2ue4.corresp needs 1540"},
         {"tangent-frame template emptied", tbn, "TBN/std_20481_with_UV_F_TF.obj",
-         [](const std::string&) { return std::string(); }, "std_20481_with_UV_F_TF.obj: 0 vertices"},
+         [](const std::string&) { return std::string(); },
+         "std_20481_with_UV_F_TF.obj: 0 vertices"},
         {"blendshape matrix 8 bytes long", blendshapes, "BS/kp_86_h_r_1_c_86.bin",
          [](const std::string& t) { return t + std::string(8, '\0'); },
          "696 bytes, but 1 x 86 doubles take exactly 688"},
@@ -278,8 +279,10 @@ TEST_F(StrictCli, RefusedOptionsAndTargetsLeaveTheDiskAsItWas) {
          "--metres-per-unit must be a finite number above 0, not nan"},
         {"export --skip blendshapes --metres-per-unit inf --out " + out.file("a.glb"),
          "--metres-per-unit must be a finite number above 0"},
-        {"export --skip blendshapes --out " + out.file("null.glb"), "null.glb: exists and is not a regular file"},
-        {"export --skip blendshapes --out " + out.file("folder.glb"), "folder.glb: exists and is not a regular file"},
+        {"export --skip blendshapes --out " + out.file("null.glb"),
+         "null.glb: exists and is not a regular file"},
+        {"export --skip blendshapes --out " + out.file("folder.glb"),
+         "folder.glb: exists and is not a regular file"},
         {"swap --out " + out.file("link.obj"), "link.obj: exists and is not a regular file"},
         {"swap --out -", "cannot write to standard output"},
         {"tbn --out " + out.file("f.ply") + " --preview " + out.file("null.png"),
@@ -298,7 +301,8 @@ TEST_F(StrictCli, RefusedOptionsAndTargetsLeaveTheDiskAsItWas) {
     for (const char* command : {"swap", "tbn", "export", "eyes", "blendshapes"}) {
         const ToolRun help = runTool(std::string(command) + " --help");
         EXPECT_NE(help.output.find("\"-\" is not standard output"), std::string::npos)
-            << command << "\n" << help.output;
+            << command << "\n"
+            << help.output;
     }
 }
 
@@ -323,9 +327,9 @@ TEST_F(StrictCli, OrdinaryVariantsOfAHeadGiveThePlainHeadsResult) {
         dir.write("big.ply", binaryHead(head, true)),
         model_->file("sample_head.ply"),
     };
-    const ToolRun reference = runTool("swap --model " + model_->str() + " --in " +
-                                      model_->file("sample_head.obj") + " --out " +
-                                      dir.file("plain_ue4.obj"));
+    const ToolRun reference =
+        runTool("swap --model " + model_->str() + " --in " + model_->file("sample_head.obj") +
+                " --out " + dir.file("plain_ue4.obj"));
     ASSERT_EQ(reference.exitCode, 0) << reference.output;
     const std::string expected = readBytes(dir.file("plain_ue4.obj"));
     for (const std::string& variant : variants) {

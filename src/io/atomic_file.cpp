@@ -7,9 +7,9 @@
 #include "io/input_error.h"
 
 #ifdef _WIN32
-#include <cstdio>
 #include <io.h>
 #include <windows.h>
+#include <cstdio>
 #else
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -119,7 +119,8 @@ void checkAligner(const std::string& dir, const AlignerFiles& files, const char*
         // The weights are optional; when present there is one per entry.
         const std::string weightPath = modelFile(dir, side.weights);
         if (!fs::exists(weightPath)) continue;
-        requireCount(weightPath, "weights", static_cast<int64_t>(readStrictWeights(weightPath).size()),
+        requireCount(weightPath, "weights",
+                     static_cast<int64_t>(readStrictWeights(weightPath).size()),
                      static_cast<int64_t>(record.size()), side.file);
     }
     const std::string exportPath = modelFile(dir, files.meshToExport);
@@ -179,11 +180,14 @@ void checkBlendshapeFiles(const std::string& dir) {
 
 void checkModel(const std::string& modelDir, ModelTask task) {
     switch (task) {
-        case ModelTask::headSwap: return checkHeadSwap(modelDir);
+        case ModelTask::headSwap:
+            return checkHeadSwap(modelDir);
         case ModelTask::engineHeadMesh:
             return checkEngineMesh(modelDir, "ue4_head.obj", "idx_head2ue4.corresp");
-        case ModelTask::tangentFrames: return checkTangentTemplate(modelDir);
-        case ModelTask::eyeballFit: return checkEyeballFit(modelDir);
+        case ModelTask::tangentFrames:
+            return checkTangentTemplate(modelDir);
+        case ModelTask::eyeballFit:
+            return checkEyeballFit(modelDir);
         case ModelTask::posedEyeMesh: {
             mesh(modelDir + "/eyeball/color_eye/EyeNew.obj");
             return;
@@ -192,14 +196,16 @@ void checkModel(const std::string& modelDir, ModelTask task) {
             return checkAligner(modelDir, kEyeballAlignerFiles,
                                 "eyeball/w_head2eyeball_left.corresp",
                                 "eyeball/w_head2eyeball_right.corresp");
-        case ModelTask::eyelashAligner: return checkEyelashAligner(modelDir);
+        case ModelTask::eyelashAligner:
+            return checkEyelashAligner(modelDir);
         case ModelTask::eyeballExportMesh:
             return checkEngineMesh(modelDir, "eyeball/ue4_eyeball.obj",
                                    "eyeball/idx_eyeball2ue4.corresp");
         case ModelTask::eyelashExportMesh:
             return checkEngineMesh(modelDir, "eyelash/ue4_eyelash.obj",
                                    "eyelash/idx_eyelash2ue4.corresp");
-        case ModelTask::blendshapes: return checkBlendshapeFiles(modelDir);
+        case ModelTask::blendshapes:
+            return checkBlendshapeFiles(modelDir);
     }
 }
 

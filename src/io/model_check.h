@@ -11,16 +11,16 @@ namespace kestrel::meridian {
 
 /// What a caller is about to load from a model directory.
 enum class ModelTask {
-    headSwap,        ///< idx_tavi2head.corresp, idx_head2ue4.corresp
-    engineHeadMesh,  ///< ue4_head.obj, one vertex per engine-order entry
-    tangentFrames,   ///< TBN/std_20481_with_UV_F_TF.obj with UVs
-    eyeballFit,      ///< eyeball/new_eye.ply
-    posedEyeMesh,    ///< eyeball/color_eye/EyeNew.obj (the eye mesh a host poses)
-    eyeballAligner,  ///< the eyeball aligner's mesh, correspondences, weights and side lists
-    eyelashAligner,  ///< the eyelash aligner's files and its blendshape mesh
+    headSwap,           ///< idx_tavi2head.corresp, idx_head2ue4.corresp
+    engineHeadMesh,     ///< ue4_head.obj, one vertex per engine-order entry
+    tangentFrames,      ///< TBN/std_20481_with_UV_F_TF.obj with UVs
+    eyeballFit,         ///< eyeball/new_eye.ply
+    posedEyeMesh,       ///< eyeball/color_eye/EyeNew.obj (the eye mesh a host poses)
+    eyeballAligner,     ///< the eyeball aligner's mesh, correspondences, weights and side lists
+    eyelashAligner,     ///< the eyelash aligner's files and its blendshape mesh
     eyeballExportMesh,  ///< eyeball/ue4_eyeball.obj, one vertex per export-order entry
     eyelashExportMesh,  ///< eyelash/ue4_eyelash.obj, one vertex per export-order entry
-    blendshapes      ///< the 27 sets and 15 region files under BS/
+    blendshapes         ///< the 27 sets and 15 region files under BS/
 };
 
 /// Checks every file `task` needs below `modelDir`. Throws InputError

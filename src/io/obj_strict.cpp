@@ -100,16 +100,17 @@ class ObjParser {
 
     // An OBJ index: 1-based, or negative counting back from the latest
     // element; returned 0-based.
-    int32_t resolveIndex(std::string_view token, int64_t available, const char* what) const {
+    int32_t resolveIndex(std::string_view token, int64_t available, const char* what,
+                         const char* plural) const {
         int64_t index = 0;
         if (scan::parseInt64(token, index) != NumberStatus::ok)
-            fail(InputFault::malformed, std::string(what) + " index " + scan::quoted(token) +
-                                            " is not an integer");
+            fail(InputFault::malformed,
+                 std::string(what) + " index " + scan::quoted(token) + " is not an integer");
         const int64_t zeroBased = index > 0 ? index - 1 : available + index;
         if (index == 0 || zeroBased < 0 || zeroBased >= available)
             fail(InputFault::indexOutOfRange,
                  std::string(what) + " index " + std::to_string(index) + " names none of the " +
-                     std::to_string(available) + " " + what + "s read so far");
+                     std::to_string(available) + " " + plural + " read so far");
         return static_cast<int32_t>(zeroBased);
     }
 
@@ -123,20 +124,21 @@ class ObjParser {
             // v, v/t, v//n or v/t/n
             const size_t slash = corner.find('/');
             const std::string_view v = corner.substr(0, slash);
-            vertex[corners - 1] = resolveIndex(v, mesh_.vertexCount(), "vertex");
+            vertex[corners - 1] = resolveIndex(v, mesh_.vertexCount(), "vertex", "vertices");
             if (slash == std::string_view::npos) continue;
             std::string_view rest = corner.substr(slash + 1);
             const size_t slash2 = rest.find('/');
             const std::string_view t = rest.substr(0, slash2);
             if (slash2 != std::string_view::npos &&
                 rest.substr(slash2 + 1).find('/') != std::string_view::npos)
-                fail(InputFault::malformed, "face corner " + scan::quoted(corner) +
-                                                " is not v, v/t, v//n or v/t/n");
+                fail(InputFault::malformed,
+                     "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
             if (slash2 == std::string_view::npos && t.empty())
-                fail(InputFault::malformed, "face corner " + scan::quoted(corner) +
-                                                " is not v, v/t, v//n or v/t/n");
+                fail(InputFault::malformed,
+                     "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
             if (!t.empty()) {
-                texture[corners - 1] = resolveIndex(t, mesh_.texcoordCount(), "texture coordinate");
+                texture[corners - 1] = resolveIndex(t, mesh_.texcoordCount(), "texture coordinate",
+                                                    "texture coordinates");
                 ++withTexture;
             }
             // The normal index is checked for form only: normals are not read.

@@ -11,14 +11,13 @@ bool typeByName(std::string_view name, PlyType& type) {
     static const struct {
         const char* name;
         PlyType type;
-    } kTypes[] = {{"char", PlyType::int8},     {"int8", PlyType::int8},
-                  {"uchar", PlyType::uint8},   {"uint8", PlyType::uint8},
-                  {"short", PlyType::int16},   {"int16", PlyType::int16},
-                  {"ushort", PlyType::uint16}, {"uint16", PlyType::uint16},
-                  {"int", PlyType::int32},     {"int32", PlyType::int32},
-                  {"uint", PlyType::uint32},   {"uint32", PlyType::uint32},
-                  {"float", PlyType::float32}, {"float32", PlyType::float32},
-                  {"double", PlyType::float64}, {"float64", PlyType::float64}};
+    } kTypes[] = {
+        {"char", PlyType::int8},      {"int8", PlyType::int8},       {"uchar", PlyType::uint8},
+        {"uint8", PlyType::uint8},    {"short", PlyType::int16},     {"int16", PlyType::int16},
+        {"ushort", PlyType::uint16},  {"uint16", PlyType::uint16},   {"int", PlyType::int32},
+        {"int32", PlyType::int32},    {"uint", PlyType::uint32},     {"uint32", PlyType::uint32},
+        {"float", PlyType::float32},  {"float32", PlyType::float32}, {"double", PlyType::float64},
+        {"float64", PlyType::float64}};
     for (const auto& entry : kTypes)
         if (name == entry.name) {
             type = entry.type;
@@ -36,13 +35,17 @@ bool isIntegerType(PlyType type) {
 int plyTypeSize(PlyType type) {
     switch (type) {
         case PlyType::int8:
-        case PlyType::uint8: return 1;
+        case PlyType::uint8:
+            return 1;
         case PlyType::int16:
-        case PlyType::uint16: return 2;
+        case PlyType::uint16:
+            return 2;
         case PlyType::int32:
         case PlyType::uint32:
-        case PlyType::float32: return 4;
-        case PlyType::float64: return 8;
+        case PlyType::float32:
+            return 4;
+        case PlyType::float64:
+            return 8;
     }
     return 0;
 }
@@ -112,8 +115,8 @@ PlyHeader parsePlyHeader(std::string_view bytes, const std::string& path) {
                          "expected \"property list <count type> <item type> <name>\"");
                 if (!typeByName(a, property.countType) || !isIntegerType(property.countType) ||
                     !typeByName(b, property.type))
-                    fail(InputFault::unknownFormat, "list types " + scan::quoted(a) + " " +
-                                                        scan::quoted(b));
+                    fail(InputFault::unknownFormat,
+                         "list types " + scan::quoted(a) + " " + scan::quoted(b));
                 property.name = std::string(c);
             } else {
                 if (!tokens.next(b) || tokens.next(extra))

@@ -35,14 +35,22 @@ double decode(const char* at, bool swap) {
 
 double decodeValue(PlyType type, const char* at, bool swap) {
     switch (type) {
-        case PlyType::int8: return decode<int8_t>(at, swap);
-        case PlyType::uint8: return decode<uint8_t>(at, swap);
-        case PlyType::int16: return decode<int16_t>(at, swap);
-        case PlyType::uint16: return decode<uint16_t>(at, swap);
-        case PlyType::int32: return decode<int32_t>(at, swap);
-        case PlyType::uint32: return decode<uint32_t>(at, swap);
-        case PlyType::float32: return decode<float>(at, swap);
-        case PlyType::float64: return decode<double>(at, swap);
+        case PlyType::int8:
+            return decode<int8_t>(at, swap);
+        case PlyType::uint8:
+            return decode<uint8_t>(at, swap);
+        case PlyType::int16:
+            return decode<int16_t>(at, swap);
+        case PlyType::uint16:
+            return decode<uint16_t>(at, swap);
+        case PlyType::int32:
+            return decode<int32_t>(at, swap);
+        case PlyType::uint32:
+            return decode<uint32_t>(at, swap);
+        case PlyType::float32:
+            return decode<float>(at, swap);
+        case PlyType::float64:
+            return decode<double>(at, swap);
     }
     return 0;
 }
@@ -86,8 +94,8 @@ class PlyBodyParser {
             while (lines.next(line))
                 if (!scan::TokenReader(line).atEnd())
                     throw InputError(InputFault::malformed, path_,
-                                     "line " + std::to_string(header_.lineCount +
-                                                              lines.lineNumber()) +
+                                     "line " +
+                                         std::to_string(header_.lineCount + lines.lineNumber()) +
                                          ": text after the last element the header declares");
         } else if (offset != bytes_.size()) {
             throw InputError(InputFault::malformed, path_,
@@ -113,8 +121,7 @@ class PlyBodyParser {
                 roles.coordinate[r] = element.find(names[r]);
                 if (roles.coordinate[r] < 0 || element.properties[roles.coordinate[r]].isList)
                     throw InputError(InputFault::malformed, path_,
-                                     std::string("the vertex element has no property ") +
-                                         names[r]);
+                                     std::string("the vertex element has no property ") + names[r]);
             }
         } else if (element.name == "face") {
             roles.corners = element.find("vertex_indices");
@@ -145,9 +152,9 @@ class PlyBodyParser {
 
     [[noreturn]] void badCoordinate(int64_t vertex, const std::string& shown,
                                     const std::string& where) const {
-        throw InputError(InputFault::nonFinite, path_,
-                         where + "vertex " + std::to_string(vertex) +
-                             " has a non-finite coordinate " + shown);
+        throw InputError(
+            InputFault::nonFinite, path_,
+            where + "vertex " + std::to_string(vertex) + " has a non-finite coordinate " + shown);
     }
 
     void addCorner(const PlyElement& element, int64_t item, int64_t listLength, double value,
@@ -155,12 +162,11 @@ class PlyBodyParser {
         if (listLength != 3)
             throw InputError(InputFault::malformed, path_,
                              where + element.name + " " + std::to_string(item) + " has " +
-                                 std::to_string(listLength) +
-                                 " corners; only triangles are read");
+                                 std::to_string(listLength) + " corners; only triangles are read");
         if (value < 0 || value > 2147483647.0)
             throw InputError(InputFault::indexOutOfRange, path_,
-                             where + element.name + " " + std::to_string(item) +
-                                 " names vertex " + std::to_string(value));
+                             where + element.name + " " + std::to_string(item) + " names vertex " +
+                                 std::to_string(value));
         mesh_.faces.push_back(static_cast<int32_t>(value));
     }
 
@@ -248,19 +254,20 @@ class PlyBodyParser {
                     const double length = decodeValue(property.countType, data + offset, swap_);
                     offset += countSize;
                     if (length < 0)
-                        throw InputError(InputFault::malformed, path_,
-                                         element.name + " " + std::to_string(item) +
-                                             ": negative list length");
+                        throw InputError(
+                            InputFault::malformed, path_,
+                            element.name + " " + std::to_string(item) + ": negative list length");
                     const size_t itemSize = static_cast<size_t>(plyTypeSize(property.type));
                     const size_t count = static_cast<size_t>(length);
                     if ((size - offset) / itemSize < count) shortBody(element, item);
                     if (static_cast<int>(p) == roles.corners) {
-                        if (count != 3) addCorner(element, item, static_cast<int64_t>(count), 0, "");
+                        if (count != 3)
+                            addCorner(element, item, static_cast<int64_t>(count), 0, "");
                         for (size_t k = 0; k < 3; ++k)
-                            addCorner(element, item, 3,
-                                      decodeValue(property.type, data + offset + k * itemSize,
-                                                  swap_),
-                                      "");
+                            addCorner(
+                                element, item, 3,
+                                decodeValue(property.type, data + offset + k * itemSize, swap_),
+                                "");
                     }
                     offset += count * itemSize;
                     continue;

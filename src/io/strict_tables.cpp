@@ -49,7 +49,8 @@ Correspondence readStrictCorrespondence(const std::string& path) {
     int extraLines = 0;
     for (;;) {
         if (!lines.next(line))
-            throw InputError(InputFault::truncated, path, "the header has no \"# end_header\" line");
+            throw InputError(InputFault::truncated, path,
+                             "the header has no \"# end_header\" line");
         if (line == "# end_header") break;
         if (line.substr(0, 1) != "#")
             failAt(InputFault::malformed, path, lines.lineNumber(),
@@ -133,8 +134,8 @@ std::vector<double> readStrictWeights(const std::string& path) {
             double value;
             if (scan::parseDouble(token, value) != NumberStatus::ok)
                 failAt(InputFault::nonFinite, path, lines.lineNumber(),
-                       "weight " + std::to_string(weights.size()) + " is not a finite number: " +
-                           scan::quoted(token));
+                       "weight " + std::to_string(weights.size()) +
+                           " is not a finite number: " + scan::quoted(token));
             weights.push_back(value);
         }
     }

@@ -114,9 +114,10 @@ void addBlendshapesCommand(CLI::App& app) {
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
     command
-        ->add_option("--out-dir", options->outDir,
-                     "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing; \"-\" "
-                     "is not standard output)")
+        ->add_option(
+            "--out-dir", options->outDir,
+            "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing; \"-\" "
+            "is not standard output)")
         ->required();
     command->callback([options] { runBlendshapes(*options); });
 }

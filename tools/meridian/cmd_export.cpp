@@ -65,7 +65,8 @@ void checkExportModel(const ExportOptions& options) {
     namespace km = kestrel::meridian;
     km::checkModel(options.model, {km::ModelTask::headSwap, km::ModelTask::engineHeadMesh});
     try {
-        if (!skips(options, "blendshapes")) km::checkModel(options.model, km::ModelTask::blendshapes);
+        if (!skips(options, "blendshapes"))
+            km::checkModel(options.model, km::ModelTask::blendshapes);
     } catch (const km::InputError& e) {
         throw CommandError(e.what() + skipHint(ex::AssetPart::kBlendshapes));
     }
@@ -136,10 +137,9 @@ void addExportCommand(CLI::App& app) {
         ->check(CLI::IsMember({"eyes", "blendshapes"}))
         ->delimiter(',');
     // Checked in runExport (finite, above 0), so a bad value is one "error:" line.
-    command->add_option(
-        "--metres-per-unit", options->metresPerUnit,
-        "Metres per model unit, finite and above 0 (default " +
-            std::to_string(ex::kDefaultMetresPerUnit) + ")");
+    command->add_option("--metres-per-unit", options->metresPerUnit,
+                        "Metres per model unit, finite and above 0 (default " +
+                            std::to_string(ex::kDefaultMetresPerUnit) + ")");
     command->add_option("--preview", options->preview,
                         outputHelp("Also draw the written asset, read back, to this PNG"));
     command->callback([options] { runExport(*options); });

@@ -115,7 +115,8 @@ void printEye(int eye, const double* angles, const double* position) {
 void runEyes(const EyesOptions& options) {
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
-    const std::string eyeballTemplate = (fs::path(options.model) / "eyeball/ue4_eyeball.obj").string();
+    const std::string eyeballTemplate =
+        (fs::path(options.model) / "eyeball/ue4_eyeball.obj").string();
     const std::string lashTemplate = (fs::path(options.model) / "eyelash/ue4_eyelash.obj").string();
     // Refused outputs first; the folder itself is created only once the model passes.
     if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
@@ -123,7 +124,8 @@ void runEyes(const EyesOptions& options) {
     km::checkModel(options.model, {km::ModelTask::eyeballFit, km::ModelTask::posedEyeMesh,
                                    km::ModelTask::eyeballAligner, km::ModelTask::eyelashAligner});
     // The export-order templates are optional; when present they must fit.
-    if (fs::exists(eyeballTemplate)) km::checkModel(options.model, km::ModelTask::eyeballExportMesh);
+    if (fs::exists(eyeballTemplate))
+        km::checkModel(options.model, km::ModelTask::eyeballExportMesh);
     if (fs::exists(lashTemplate)) km::checkModel(options.model, km::ModelTask::eyelashExportMesh);
     std::error_code ec;
     fs::create_directories(options.outDir, ec);

@@ -187,8 +187,9 @@ void addRgbdCommands(CLI::App& app) {
         ->required();
     select->add_option("--capture", options->capture, "Capture directory with jpg/ and exr/")
         ->required();
-    select->add_option("--contact-sheet", options->contactSheet,
-                       outputHelp("Also write a PNG of the four chosen frames with landmarks and angles"));
+    select->add_option(
+        "--contact-sheet", options->contactSheet,
+        outputHelp("Also write a PNG of the four chosen frames with landmarks and angles"));
     select->callback([options] { runSelect(*options); });
 
     auto dir = std::make_shared<std::string>();

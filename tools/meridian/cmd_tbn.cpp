@@ -38,8 +38,8 @@ float at(const std::vector<float>& planar, Eigen::Index n, int k, Eigen::Index i
     return planar[static_cast<size_t>(k * n + i)];
 }
 
-std::string framesPlyText(const std::vector<float>& head,
-                    const std::vector<float>& frames, const Eigen::Matrix3Xi& faces) {
+std::string framesPlyText(const std::vector<float>& head, const std::vector<float>& frames,
+                          const Eigen::Matrix3Xi& faces) {
     constexpr Eigen::Index n = kHeadVertexCount;
     std::string text = "ply\nformat ascii 1.0\nelement vertex " + std::to_string(n) + "\n";
     for (const char* name : {"x", "y", "z", "nx", "ny", "nz", "tx", "ty", "tz", "bx", "by", "bz"})
@@ -113,7 +113,8 @@ void addTbnCommand(CLI::App& app) {
     command->add_option("--model", options->model, "Model directory (holds TBN/)")->required();
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
-    command->add_option("--out", options->out, outputHelp("Output ASCII PLY with per-vertex frames"))
+    command
+        ->add_option("--out", options->out, outputHelp("Output ASCII PLY with per-vertex frames"))
         ->required();
     command->add_option("--preview", options->preview,
                         outputHelp("Also write a front-view PNG of the normals"));

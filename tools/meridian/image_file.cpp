@@ -18,7 +18,8 @@ void writeImageFile(const std::string& path, const cv::Mat& image) {
         encoded = false;
     }
     if (!encoded) throw CommandError("cannot encode the picture " + path);
-    writeOutputFile(path, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    writeOutputFile(path,
+                    std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 }  // namespace meridian::cli
