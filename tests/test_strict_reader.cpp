@@ -1,5 +1,6 @@
 // The strict mesh and head readers against known answers: what each kind of
 // file reads as, and which fault and place each damaged file is refused with.
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -274,6 +275,15 @@ TEST(StrictReader, NumbersReadLikeStrtofWithoutLocale) {
         float value;
     } cases[] = {
         {"0.1", km::scan::NumberStatus::ok, 0.1f},
+        // Short decimals take a fast path; longer ones from_chars. Both round
+        // as the compiler rounds the same literal.
+        {"-1.301489", km::scan::NumberStatus::ok, -1.301489f},
+        {"1.6777217", km::scan::NumberStatus::ok, 1.6777217f},
+        {"16777217", km::scan::NumberStatus::ok, 16777217.0f},
+        {"40.110554", km::scan::NumberStatus::ok, 40.110554f},
+        {"0.31214451789855957", km::scan::NumberStatus::ok, 0.31214451789855957f},
+        {"-0", km::scan::NumberStatus::ok, -0.0f},
+        {"1.2.3", km::scan::NumberStatus::notANumber, 0},
         {"-2.5e3", km::scan::NumberStatus::ok, -2500.0f},
         {"+.5", km::scan::NumberStatus::ok, 0.5f},
         {"1e-50", km::scan::NumberStatus::ok, 0.0f},
@@ -290,6 +300,7 @@ TEST(StrictReader, NumbersReadLikeStrtofWithoutLocale) {
         EXPECT_EQ(km::scan::parseFloat(c.token, value), c.status) << c.token;
         if (c.status == km::scan::NumberStatus::ok) {
             EXPECT_EQ(value, c.value) << c.token;
+            EXPECT_EQ(std::signbit(value), std::signbit(c.value)) << c.token;
         }
     }
 }

@@ -14,9 +14,12 @@ using scan::NumberStatus;
 class ObjParser {
   public:
     ObjParser(std::string_view text, const std::string& path) : text_(text), path_(path) {
-        // About 30 bytes per vertex line in a typical head; growing past the
-        // guess costs one more doubling.
-        mesh_.vertices.reserve(text.size() / 10);
+        // A head's records take 15 to 40 bytes each: room for a file of only
+        // vertex or only face lines, so that no table is copied while it
+        // grows. Reserving touches no memory.
+        mesh_.vertices.reserve(text.size() / 8);
+        mesh_.texcoords.reserve(text.size() / 16);
+        mesh_.faces.reserve(text.size() / 8);
     }
 
     StrictMesh parse() {
@@ -76,7 +79,7 @@ class ObjParser {
             fail(InputFault::malformed, "vertex " + std::to_string(vertex) + " has " +
                                             std::to_string(count) +
                                             " numbers (x y z, with an optional w or colour)");
-        mesh_.vertices.insert(mesh_.vertices.end(), xyz, xyz + 3);
+        for (float c : xyz) mesh_.vertices.push_back(c);
     }
 
     void readTexcoord(scan::TokenReader& tokens) {
@@ -95,7 +98,8 @@ class ObjParser {
         if (count != 2 && count != 3)
             fail(InputFault::malformed, "texture coordinate with " + std::to_string(count) +
                                             " numbers (u v, with an optional w)");
-        mesh_.texcoords.insert(mesh_.texcoords.end(), uv, uv + 2);
+        mesh_.texcoords.push_back(uv[0]);
+        mesh_.texcoords.push_back(uv[1]);
     }
 
     // An OBJ index: 1-based, or negative counting back from the latest
@@ -155,7 +159,7 @@ class ObjParser {
                  "a face of " + std::to_string(corners) + " corners; only triangles are read");
         if (withTexture != 0 && withTexture != 3)
             fail(InputFault::malformed, "a face with texture coordinates at some corners only");
-        mesh_.faces.insert(mesh_.faces.end(), vertex, vertex + 3);
+        for (int32_t v : vertex) mesh_.faces.push_back(v);
         if (withTexture == 3) {
             // Texture faces stay aligned with faces: pad the faces read
             // without them, and refuse the mix at the end.

@@ -5,14 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace kestrel::meridian::scan {
 
 namespace {
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
-}
 
 // from_chars takes no '+'; OBJ and PLY writers sometimes put one.
 std::string_view withoutPlus(std::string_view token) {
@@ -37,9 +34,41 @@ NumberStatus parseOutOfRange(std::string_view token, Real& value) {
     return std::isfinite(value) ? NumberStatus::ok : NumberStatus::outOfRange;
 }
 
+// Plain decimals of at most 2^24 in their digits and at most 10 decimals
+// ("-1.301489"): the digits and the power of ten are exact floats, so one
+// division rounds exactly as strtof does. Everything else goes to from_chars.
+bool fastFloat(std::string_view token, float& value) {
+    constexpr float kPowers[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+    const char* p = token.data();
+    const char* end = p + token.size();
+    const bool negative = p != end && *p == '-';
+    if (negative) ++p;
+    uint32_t digits = 0;
+    int decimals = -1;  // -1 until the point
+    int count = 0;
+    for (; p != end; ++p) {
+        if (*p == '.') {
+            if (decimals >= 0) return false;
+            decimals = 0;
+            continue;
+        }
+        const unsigned digit = static_cast<unsigned>(*p - '0');
+        if (digit > 9 || ++count > 8) return false;
+        digits = digits * 10 + digit;
+        if (decimals >= 0) ++decimals;
+    }
+    if (count == 0 || digits > (1u << 24) || decimals > 10) return false;
+    const float magnitude = static_cast<float>(digits) / kPowers[decimals < 0 ? 0 : decimals];
+    value = negative ? -magnitude : magnitude;
+    return true;
+}
+
 template <typename Real>
 NumberStatus parseReal(std::string_view token, Real& value) {
     token = withoutPlus(token);
+    if constexpr (std::is_same_v<Real, float>) {
+        if (fastFloat(token, value)) return NumberStatus::ok;
+    }
     if (token.empty()) return NumberStatus::notANumber;
     // nan and inf are numbers to from_chars, but never coordinates.
     const char first = token[0] == '-' && token.size() > 1 ? token[1] : token[0];
@@ -66,25 +95,6 @@ bool LineReader::next(std::string_view& line) {
     return true;
 }
 
-bool TokenReader::next(std::string_view& token) {
-    size_t start = 0;
-    while (start < rest_.size() && isBlank(rest_[start])) ++start;
-    if (start == rest_.size()) {
-        rest_ = {};
-        return false;
-    }
-    size_t stop = start;
-    while (stop < rest_.size() && !isBlank(rest_[stop])) ++stop;
-    token = rest_.substr(start, stop - start);
-    rest_.remove_prefix(stop);
-    return true;
-}
-
-bool TokenReader::atEnd() {
-    while (!rest_.empty() && isBlank(rest_.front())) rest_.remove_prefix(1);
-    return rest_.empty();
-}
-
 NumberStatus parseFloat(std::string_view token, float& value) {
     return parseReal(token, value);
 }
@@ -93,7 +103,7 @@ NumberStatus parseDouble(std::string_view token, double& value) {
     return parseReal(token, value);
 }
 
-NumberStatus parseInt64(std::string_view token, int64_t& value) {
+NumberStatus parseInt64Slow(std::string_view token, int64_t& value) {
     token = withoutPlus(token);
     const char* end = token.data() + token.size();
     const auto [ptr, ec] = std::from_chars(token.data(), end, value);

@@ -28,18 +28,37 @@ class LineReader {
     int64_t lineNumber_ = 0;
 };
 
-/// Splits one line at runs of blanks (spaces, tabs, vertical tabs, form feeds).
+/// True for the blanks that separate tokens: space, tab, vertical tab, form
+/// feed and a carriage return that did not end a line.
+inline bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r' && c != '\n');
+}
+
+/// Splits one line at runs of blanks. Inline: it runs for every number of
+/// a mesh.
 class TokenReader {
   public:
-    explicit TokenReader(std::string_view line) : rest_(line) {}
+    explicit TokenReader(std::string_view line)
+        : at_(line.data()), end_(line.data() + line.size()) {}
 
     /// The next token; false when only blanks are left.
-    bool next(std::string_view& token);
+    bool next(std::string_view& token) {
+        while (at_ != end_ && isBlank(*at_)) ++at_;
+        if (at_ == end_) return false;
+        const char* start = at_;
+        while (at_ != end_ && !isBlank(*at_)) ++at_;
+        token = std::string_view(start, static_cast<size_t>(at_ - start));
+        return true;
+    }
     /// True when only blanks are left.
-    bool atEnd();
+    bool atEnd() {
+        while (at_ != end_ && isBlank(*at_)) ++at_;
+        return at_ == end_;
+    }
 
   private:
-    std::string_view rest_;
+    const char* at_;
+    const char* end_;
 };
 
 /// Outcome of reading one number token.
@@ -57,7 +76,25 @@ NumberStatus parseFloat(std::string_view token, float& value);
 NumberStatus parseDouble(std::string_view token, double& value);
 
 /// Reads a whole token as a decimal integer (an optional sign, then digits).
-NumberStatus parseInt64(std::string_view token, int64_t& value);
+NumberStatus parseInt64Slow(std::string_view token, int64_t& value);
+
+/// Reads a whole token as a decimal integer (an optional sign, then digits).
+/// Inline, with a fast path for the short indices of a face.
+inline NumberStatus parseInt64(std::string_view token, int64_t& value) {
+    const char* p = token.data();
+    const char* end = p + token.size();
+    const bool negative = p != end && *p == '-';
+    if (negative) ++p;
+    if (p == end || end - p > 18) return parseInt64Slow(token, value);
+    int64_t magnitude = 0;
+    for (; p != end; ++p) {
+        const unsigned digit = static_cast<unsigned>(*p - '0');
+        if (digit > 9) return parseInt64Slow(token, value);
+        magnitude = magnitude * 10 + digit;
+    }
+    value = negative ? -magnitude : magnitude;
+    return NumberStatus::ok;
+}
 
 /// Quotes a token for a message, shortened to 32 characters.
 std::string quoted(std::string_view token);
