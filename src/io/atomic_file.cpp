@@ -48,6 +48,10 @@ class Temporary {
     Temporary(Temporary&& other) noexcept
         : target_(std::move(other.target_)), path_(std::exchange(other.path_, {})) {}
 
+    /// An empty temporary for `writer` to fill, flushed once it has.
+    Temporary(const std::string& target,
+              const std::function<bool(const std::string& temporary)>& writer);
+
     /// Renames the temporary over its target.
     void commit();
 
@@ -80,6 +84,17 @@ Temporary::Temporary(const std::string& target, std::string_view bytes) : target
     }
 }
 
+Temporary::Temporary(const std::string& target,
+                     const std::function<bool(const std::string& temporary)>& writer)
+    : Temporary(target, std::string_view()) {
+    if (!writer(path_)) writeFailure(target, "write", EIO);
+    // The writer closed its file; flush it through a handle of our own.
+    std::FILE* file = std::fopen(path_.c_str(), "rb+");
+    const bool flushed = file && _commit(_fileno(file)) == 0;
+    if (file) std::fclose(file);
+    if (!flushed) writeFailure(target, "flush", errno);
+}
+
 void Temporary::commit() {
     if (!MoveFileExA(path_.c_str(), target_.c_str(),
                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
@@ -98,9 +113,13 @@ mode_t newFileMode(const std::string& target) {
 }
 
 Temporary::Temporary(const std::string& target, std::string_view bytes) : target_(target) {
-    const std::string name = fs::path(target).filename().string();
-    std::string pattern = (fs::path(folderOf(target)) / ("." + name + ".part-XXXXXX")).string();
-    const int fd = ::mkstemp(pattern.data());
+    // ".<name>.part-XXXXXX<extension>": hidden, beside its target, and with
+    // the target's extension for writers that choose a format by it.
+    const fs::path name = fs::path(target).filename();
+    const std::string extension = name.extension().string();
+    std::string pattern =
+        (fs::path(folderOf(target)) / ("." + name.string() + ".part-XXXXXX" + extension)).string();
+    const int fd = ::mkstemps(pattern.data(), static_cast<int>(extension.size()));
     if (fd < 0) writeFailure(target, "create a temporary", errno);
     // A constructor that throws runs no destructor: remove the temporary here.
     const auto fail = [&](const char* what) {
@@ -128,6 +147,20 @@ Temporary::Temporary(const std::string& target, std::string_view bytes) : target
         writeFailure(target, "close", error);
     }
     path_ = pattern;
+}
+
+Temporary::Temporary(const std::string& target,
+                     const std::function<bool(const std::string& temporary)>& writer)
+    : Temporary(target, std::string_view()) {
+    // Once the delegated constructor is done this object is complete, so a
+    // throw below runs the destructor and removes the temporary.
+    if (!writer(path_)) writeFailure(target, "write", errno ? errno : EIO);
+    const int fd = ::open(path_.c_str(), O_RDONLY);
+    if (fd < 0) writeFailure(target, "reopen", errno);
+    const bool flushed = ::fsync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    if (!flushed) writeFailure(target, "flush", error);
 }
 
 void Temporary::commit() {
@@ -159,6 +192,13 @@ void checkAtomicTarget(const std::string& path) {
 void writeFileAtomically(const std::string& path, std::string_view bytes) {
     checkAtomicTarget(path);
     Temporary(path, bytes).commit();
+}
+
+void writeFileAtomicallyVia(const std::string& path,
+                            const std::function<bool(const std::string& temporary)>& writer) {
+    checkAtomicTarget(path);
+    errno = 0;
+    Temporary(path, writer).commit();
 }
 
 void AtomicFileSet::add(std::string path, std::string bytes) {

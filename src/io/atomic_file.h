@@ -3,6 +3,7 @@
 // or empty file and keeps any earlier file at the path as it was.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,6 +17,14 @@ namespace kestrel::meridian {
 /// flush or rename fails (e.g. a full disk or a file-size limit), with the
 /// system's reason.
 void writeFileAtomically(const std::string& path, std::string_view bytes);
+
+/// Writes `path` atomically through a writer that can only write to a path
+/// of its own (an image or EXR encoder, a streaming matrix writer):
+/// `writer` is given the temporary's path and returns false when it fails.
+/// The temporary is then flushed and renamed into place. Throws InputError
+/// like writeFileAtomically; a failed writer is writeFailed.
+void writeFileAtomicallyVia(const std::string& path,
+                            const std::function<bool(const std::string& temporary)>& writer);
 
 /// Throws the InputError writeFileAtomically would throw for the target
 /// itself (not a regular file, no such folder), without writing anything,

@@ -15,6 +15,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "io/atomic_file.h"
+#include "io/input_error.h"
 #include "rgbd/capture_files.h"
 
 namespace meridian::demo {
@@ -219,12 +221,17 @@ bool writeDemoCapture(const std::string& dir, std::string& error) {
         const std::string number = std::to_string(k + 1);
         const std::string colorPath = (fs::path(dir) / "jpg" / (number + ".jpg")).string();
         const std::string depthPath = (fs::path(dir) / "exr" / (number + ".exr")).string();
-        if (!cv::imwrite(colorPath, frame.color, {cv::IMWRITE_JPEG_QUALITY, 95})) {
-            error = "cannot write " + colorPath;
-            return false;
-        }
-        if (!kestrel::meridian::writeDepthExr(depthPath, frame.depth)) {
-            error = "cannot write " + depthPath;
+        // Written atomically, like every file of the tool; the encoders
+        // write to the temporary (which keeps the extension they go by).
+        try {
+            kestrel::meridian::writeFileAtomicallyVia(colorPath, [&](const std::string& path) {
+                return cv::imwrite(path, frame.color, {cv::IMWRITE_JPEG_QUALITY, 95});
+            });
+            kestrel::meridian::writeFileAtomicallyVia(depthPath, [&](const std::string& path) {
+                return kestrel::meridian::writeDepthExr(path, frame.depth);
+            });
+        } catch (const kestrel::meridian::InputError& e) {
+            error = e.what();
             return false;
         }
     }
