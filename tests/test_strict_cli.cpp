@@ -352,6 +352,9 @@ TEST_F(StrictCli, AFullDiskKeepsTheEarlierOutputAndLeavesNoTemporary) {
         {{"swap", "--out", out.file("head_ue4.obj")}, "head_ue4.obj"},
         {{"export", "--skip", "blendshapes", "--out", out.file("head.glb")}, "head.glb"},
         {{"eyes", "--out-dir", out.str()}, "head_with_eyes.obj"},
+        // Two outputs of one run: neither appears.
+        {{"tbn", "--out", out.file("frames.ply"), "--preview", out.file("normals.png")},
+         "frames.ply"},
     };
     for (const auto& c : cases) {
         const std::string earlier = out.write(c.output, "an earlier output\n");

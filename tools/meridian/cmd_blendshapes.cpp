@@ -81,11 +81,12 @@ void runBlendshapes(const BlendshapeOptions& options) {
         outputs.add(path, haveTemplate ? objWithVertexLines(templatePath, shapes[s])
                                        : vertexObjText(shapes[s]));
     }
-    outputs.commit();
-    std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
-              << (haveTemplate ? "" : " (vertices only: no template mesh " + templatePath + ")")
-              << std::endl;
-    if (!haveTemplate) return;
+    if (!haveTemplate) {
+        outputs.commit();
+        std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
+                  << " (vertices only: no template mesh " << templatePath << ")" << std::endl;
+        return;
+    }
 
     const km::StrictMesh templateMesh = km::readStrictMesh(templatePath);
     const Eigen::Matrix3Xi zeroBased =
@@ -97,7 +98,11 @@ void runBlendshapes(const BlendshapeOptions& options) {
     for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s)
         panels.push_back({std::to_string(s) + " " + shapeName(s), shapes[s], views[s]});
     const std::string picture = (fs::path(options.outDir) / "blendshapes.png").string();
-    writeBlendshapeSheet(picture, panels, zeroBased);
+    // The shapes and their picture appear together, or none does.
+    writeBlendshapeSheet(picture, panels, zeroBased, &outputs);
+    outputs.commit();
+    std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
+              << std::endl;
     std::cout << "wrote " << picture << std::endl;
 }
 

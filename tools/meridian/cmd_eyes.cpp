@@ -173,15 +173,17 @@ void runEyes(const EyesOptions& options) {
     }
     const Mesh headMesh{km::planarToVertices(head.data(), kHeadVertexCount),
                         headFaces(options.model, options.in)};
-    // The three meshes appear together, and only once the preview is drawn.
+    // The three meshes and the preview appear together, or none does.
     km::AtomicFileSet outputs;
     outputs.add(headOut, objText({&headMesh, &posed[0], &posed[1]}));
     exportMesh(eyeballTemplate, eyeballsOut, eyeballs, outputs);
     const Mesh lashMesh = exportMesh(lashTemplate, lashesOut, lashes, outputs);
-    writeEyesPreview(previewOut, {{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
-                                  {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
-                                  {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
-                                  {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}});
+    writeEyesPreview(previewOut,
+                     {{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
+                      {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
+                      {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
+                      {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}},
+                     &outputs);
     outputs.commit();
     std::cout << "wrote " << headOut << " (head and both posed eyeballs)\n";
     std::cout << "wrote " << eyeballsOut << " (" << eyeballs.cols()

@@ -8,6 +8,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "io/atomic_file.h"
 #include "io/model_check.h"
 #include "io/strict_mesh.h"
 #include "meridian/meridian.h"
@@ -88,19 +89,22 @@ void runTbn(const TbnOptions& options) {
                            kTemplateFile);
     if (computed != 1) throw CommandError("tangent-frame computation failed");
 
+    // The frames and the preview appear together, or neither does.
     const Eigen::Matrix3Xi faces = templateFaces(options.model);
-    writeOutputFile(options.out, framesPlyText(head, frames, faces));
+    kestrel::meridian::AtomicFileSet outputs;
+    outputs.add(options.out, framesPlyText(head, frames, faces));
+    if (!options.preview.empty()) {
+        Eigen::Matrix3Xd vertices(3, n), normals(3, n);
+        for (int c = 0; c < 3; ++c)
+            for (Eigen::Index i = 0; i < n; ++i) {
+                vertices(c, i) = at(head, n, c, i);
+                normals(c, i) = at(frames, n, 6 + c, i);
+            }
+        writeNormalPreview(options.preview, vertices, faces, normals, &outputs);
+    }
+    outputs.commit();
     std::cout << "wrote frames of " << n << " vertices to " << options.out << '\n';
-
-    if (options.preview.empty()) return;
-    Eigen::Matrix3Xd vertices(3, n), normals(3, n);
-    for (int c = 0; c < 3; ++c)
-        for (Eigen::Index i = 0; i < n; ++i) {
-            vertices(c, i) = at(head, n, c, i);
-            normals(c, i) = at(frames, n, 6 + c, i);
-        }
-    writeNormalPreview(options.preview, vertices, faces, normals);
-    std::cout << "wrote preview to " << options.preview << '\n';
+    if (!options.preview.empty()) std::cout << "wrote preview to " << options.preview << '\n';
 }
 
 }  // namespace

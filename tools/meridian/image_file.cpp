@@ -9,7 +9,7 @@
 
 namespace meridian::cli {
 
-void writeImageFile(const std::string& path, const cv::Mat& image) {
+std::string encodeImage(const std::string& path, const cv::Mat& image) {
     std::vector<uchar> bytes;
     bool encoded = false;
     try {
@@ -18,8 +18,11 @@ void writeImageFile(const std::string& path, const cv::Mat& image) {
         encoded = false;
     }
     if (!encoded) throw CommandError("cannot encode the picture " + path);
-    writeOutputFile(path,
-                    std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+void writeImageFile(const std::string& path, const cv::Mat& image) {
+    writeOutputFile(path, encodeImage(path, image));
 }
 
 }  // namespace meridian::cli

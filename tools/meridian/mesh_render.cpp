@@ -10,6 +10,7 @@
 
 #include "cli_common.h"
 #include "image_file.h"
+#include "io/atomic_file.h"
 
 namespace meridian::cli {
 
@@ -93,10 +94,14 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
     return panel.image;
 }
 
-void writePanels(const std::string& path, const std::vector<cv::Mat>& panels) {
+void writePanels(const std::string& path, const std::vector<cv::Mat>& panels,
+                 kestrel::meridian::AtomicFileSet* outputs) {
     cv::Mat all;
     cv::hconcat(panels, all);
-    writeImageFile(path, all);
+    if (outputs)
+        outputs->add(path, encodeImage(path, all));
+    else
+        writeImageFile(path, all);
 }
 
 }  // namespace meridian::cli
