@@ -350,7 +350,9 @@ TEST_F(StrictCli, AFullDiskKeepsTheEarlierOutputAndLeavesNoTemporary) {
         std::string output;
     } cases[] = {
         {{"swap", "--out", out.file("head_ue4.obj")}, "head_ue4.obj"},
-        {{"export", "--skip", "blendshapes", "--out", out.file("head.glb")}, "head.glb"},
+        {{"export", "--skip", "blendshapes", "--out", out.file("head.glb"), "--preview",
+          out.file("head.png")},
+         "head.glb"},
         {{"eyes", "--out-dir", out.str()}, "head_with_eyes.obj"},
         // Two outputs of one run: neither appears.
         {{"tbn", "--out", out.file("frames.ply"), "--preview", out.file("normals.png")},

@@ -100,21 +100,29 @@ void runExport(const ExportOptions& options) {
     try {
         const ex::HeadExporter exporter(settings, log);
         const ex::HeadAsset asset = exporter.run(head, log);
+        // The asset and its preview appear together, or neither does: the
+        // preview is drawn from the encoded bytes before anything is written.
+        kestrel::meridian::AtomicFileSet outputs;
+        std::string glb;
         log.run("write glTF", [&] {
             const tinygltf::Model model = ex::buildGltfModel(asset);
-            std::ostringstream glb(std::ios::binary);
-            if (!ex::writeGlb(model, glb)) throw CommandError("cannot encode " + options.out);
-            writeOutputFile(options.out, glb.str());
+            std::ostringstream encoded(std::ios::binary);
+            if (!ex::writeGlb(model, encoded)) throw CommandError("cannot encode " + options.out);
+            glb = encoded.str();
+            outputs.add(options.out, glb);
+            if (options.preview.empty()) outputs.commit();
         });
+        if (!options.preview.empty())
+            log.run("preview", [&] {
+                writeExportPreview(glb, options.out, options.preview, outputs);
+                outputs.commit();
+            });
         std::cout << "wrote " << options.out << ": " << exporter.engineVertexCount()
                   << " head vertices in engine order, " << asset.head.targets.size()
                   << " morph targets, " << asset.parts.size() << " eye meshes" << std::endl;
+        if (!options.preview.empty()) std::cout << "wrote " << options.preview << std::endl;
     } catch (const ex::ExportError& e) {
         throw CommandError(e.what() + skipHint(e.part));
-    }
-    if (!options.preview.empty()) {
-        log.run("preview", [&] { writeExportPreview(options.out, options.preview); });
-        std::cout << "wrote " << options.preview << std::endl;
     }
     printStageTimes(log.times());
 }
