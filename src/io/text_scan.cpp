@@ -34,16 +34,21 @@ NumberStatus parseOutOfRange(std::string_view token, Real& value) {
     return std::isfinite(value) ? NumberStatus::ok : NumberStatus::outOfRange;
 }
 
-// Plain decimals of at most 2^24 in their digits and at most 10 decimals
-// ("-1.301489"): the digits and the power of ten are exact floats, so one
-// division rounds exactly as strtof does. Everything else goes to from_chars.
+// Plain decimals ("-1.301489") of at most 2^53 in their digits and at most
+// 22 decimals: the digits and the power of ten are exact doubles, so one
+// division gives the double nearest the decimal. Narrowing that to a float
+// rounds exactly as strtof does unless the double lies exactly halfway
+// between two floats (no other float boundary can lie between a decimal
+// and its nearest double); those, and everything else, go to from_chars.
 bool fastFloat(std::string_view token, float& value) {
-    constexpr float kPowers[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f, 1e9f, 1e10f};
+    constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                  1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     const char* p = token.data();
     const char* end = p + token.size();
     const bool negative = p != end && *p == '-';
     if (negative) ++p;
-    uint32_t digits = 0;
+    uint64_t digits = 0;
     int decimals = -1;  // -1 until the point
     int count = 0;
     for (; p != end; ++p) {
@@ -53,12 +58,21 @@ bool fastFloat(std::string_view token, float& value) {
             continue;
         }
         const unsigned digit = static_cast<unsigned>(*p - '0');
-        if (digit > 9 || ++count > 8) return false;
+        if (digit > 9 || ++count > 16) return false;
         digits = digits * 10 + digit;
         if (decimals >= 0) ++decimals;
     }
-    if (count == 0 || digits > (1u << 24) || decimals > 10) return false;
-    const float magnitude = static_cast<float>(digits) / kPowers[decimals < 0 ? 0 : decimals];
+    if (count == 0 || digits > (uint64_t{1} << 53) || decimals > 22) return false;
+    const double exact = static_cast<double>(digits) / kPowers[decimals < 0 ? 0 : decimals];
+    if (exact != 0 &&
+        (exact < std::numeric_limits<float>::min() || exact > std::numeric_limits<float>::max()))
+        return false;
+    // Halfway between two floats: a double whose bits below the float's
+    // 24-bit significand are exactly a one followed by zeros.
+    uint64_t bits;
+    std::memcpy(&bits, &exact, sizeof bits);
+    if ((bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28)) return false;
+    const float magnitude = static_cast<float>(exact);
     value = negative ? -magnitude : magnitude;
     return true;
 }
