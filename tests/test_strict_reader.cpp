@@ -281,6 +281,9 @@ TEST(StrictReader, NumbersReadLikeStrtofWithoutLocale) {
         {"1.6777217", km::scan::NumberStatus::ok, 1.6777217f},
         {"16777217", km::scan::NumberStatus::ok, 16777217.0f},
         {"40.110554", km::scan::NumberStatus::ok, 40.110554f},
+        {"0.3121445178985595", km::scan::NumberStatus::ok, 0.3121445178985595f},
+        {"33554433", km::scan::NumberStatus::ok, 33554433.0f},  // halfway: to even
+        {"1.00000005960464478", km::scan::NumberStatus::ok, 1.00000005960464478f},
         {"0.31214451789855957", km::scan::NumberStatus::ok, 0.31214451789855957f},
         {"-0", km::scan::NumberStatus::ok, -0.0f},
         {"1.2.3", km::scan::NumberStatus::notANumber, 0},
