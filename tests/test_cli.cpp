@@ -51,11 +51,11 @@ TEST_F(Cli, SwapExplainsWhatIsWrong) {
         std::string model, in, out, says;
     } cases[] = {
         {scratch.file("nowhere"), sample, scratch.file("a.obj"), "model directory not found"},
-        {model, scratch.file("missing.obj"), scratch.file("b.obj"), "no such mesh file"},
+        {model, scratch.file("missing.obj"), scratch.file("b.obj"), "missing.obj: no such file"},
         {model, small, scratch.file("c.obj"),
-         "has 3 vertices; a head in the template topology has 20481"},
-        {model, sample, scratch.file("no/such/dir/d.obj"), "cannot write"},
-        {scratch.str(), sample, scratch.file("e.obj"), "no idx_head2ue4.corresp"},
+         "3 vertices; a head in the template topology has 20481"},
+        {model, sample, scratch.file("no/such/dir/d.obj"), "cannot write: no folder"},
+        {scratch.str(), sample, scratch.file("e.obj"), "idx_tavi2head.corresp: no such file"},
     };
     for (const auto& c : cases) {
         const ToolRun run =

@@ -218,15 +218,15 @@ TEST(ExportErrors, NameWhatIsMissingAndLeaveTheOutputAlone) {
         std::string arguments, says;
     } cases[] = {
         {"--model " + scratch.file("nowhere") + " --in " + sample, "model directory not found"},
-        {"--model " + demoModel().str() + " --in " + small, "has 3 vertices"},
+        {"--model " + demoModel().str() + " --in " + small, small + ": 3 vertices"},
         {"--model " + demoModel().str() + " --in " + sample,
-         "missing model file " + demoModel().str() +
-             "/BS/kp_86_h_r_1_c_86.bin (leave the blendshapes out with --skip blendshapes)"},
+         demoModel().str() +
+             "/BS/kp_86_h_r_1_c_86.bin: no such file (leave the blendshapes out with --skip "
+             "blendshapes)"},
         {"--model " + shortData + " --in " + sample,
-         "BS/kp_86_h_r_1_c_86.bin: 8 bytes, 1 x 86 doubles need 688"},
+         "BS/kp_86_h_r_1_c_86.bin: 8 bytes, but 1 x 86 doubles take exactly 688"},
         {"--model " + broken + " --in " + sample + " --skip blendshapes",
-         "missing model file " + broken +
-             "/eyelash/ue4_eyelash.obj (leave the eyes out with --skip eyes)"},
+         broken + "/eyelash/ue4_eyelash.obj: no such file (leave the eyes out with --skip eyes)"},
     };
     for (const auto& c : cases) {
         const ToolRun run = runTool("export " + c.arguments + " --out " + out);

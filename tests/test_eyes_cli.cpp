@@ -52,9 +52,9 @@ TEST(EyesCli, ExplainsWhatIsWrong) {
         std::string model, in, outDir, says;
     } cases[] = {
         {scratch.file("nowhere"), sample, out, "model directory not found"},
-        {demo, small, out, "has 3 vertices"},
-        {scratch.str(), sample, out, "no eyeball/idx_eyeball2ue4.corresp"},
-        {demo, sample, blocker + "/sub", "error: cannot write"},
+        {demo, small, out, small + ": 3 vertices"},
+        {scratch.str(), sample, out, "eyeball/new_eye.ply: no such file"},
+        {demo, sample, blocker + "/sub", "error: cannot create the output directory"},
     };
     for (const auto& c : cases) {
         const ToolRun run =

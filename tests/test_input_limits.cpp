@@ -102,7 +102,9 @@ TEST(InputLimits, InitCallsAndTheToolReportTheRefusal) {
     const auto run = runTool("swap --model " + model.str() + " --in " + head + " --out " +
                              model.file("out.obj"));
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.output, "error: " + head + ": 16777219 numbers, above the limit of 16777216\n");
+    EXPECT_EQ(run.output, "error: " + head +
+                              ": line 1: vertex 0 has 16777219 numbers (x y z, with an optional w "
+                              "or colour)\n");
 }
 
 }  // namespace

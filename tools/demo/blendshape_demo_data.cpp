@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <numeric>
 #include <stdexcept>
 #include <system_error>
@@ -13,6 +14,8 @@
 #include "demo/float_round.h"
 #include "demo/head_shape.h"
 #include "demo/head_topology.h"
+#include "io/atomic_file.h"
+#include "io/input_error.h"
 #include "io/matrix_file.h"
 
 namespace meridian::demo {
@@ -228,14 +231,29 @@ std::vector<double> smallSet(int f, const detail::DemoFaceModel& model) {
     throw std::logic_error("demo blendshape data: no small set " + std::to_string(f));
 }
 
+// Every data file is written atomically: a failed write leaves no part of it.
+bool writeAtomically(const fs::path& path, const std::function<bool(const std::string&)>& writer,
+                     std::string& error) {
+    try {
+        kestrel::meridian::writeFileAtomicallyVia(path.string(), writer);
+        return true;
+    } catch (const kestrel::meridian::InputError& e) {
+        error = e.what();
+        return false;
+    }
+}
+
 bool writeSet(const fs::path& path, const bs::MatrixFileEntry& entry,
               const std::vector<double>& values, std::string& error) {
     if (values.size() != static_cast<size_t>(entry.rows) * static_cast<size_t>(entry.cols))
         throw std::logic_error("demo blendshape data: wrong size for " + std::string(entry.name));
-    if (kestrel::meridian::writeMatrixFile(path.string(), entry.rows, entry.cols, values.data()))
-        return true;
-    error = "cannot write " + path.string();
-    return false;
+    return writeAtomically(
+        path,
+        [&](const std::string& temporary) {
+            return kestrel::meridian::writeMatrixFile(temporary, entry.rows, entry.cols,
+                                                      values.data());
+        },
+        error);
 }
 
 }  // namespace
@@ -283,13 +301,17 @@ bool writeBlendshapeDemoData(const std::string& modelDir, std::string& error) {
             if (!writeSet(path, entry, smallSet(f, model), error)) return false;
             continue;
         }
-        if (!kestrel::meridian::writeMatrixFileRows(path.string(), entry.rows, entry.cols,
-                                                    [&](Index first, Index count, double* rows) {
-                                                        model.basisRows(first, count, rows);
-                                                    })) {
-            error = "cannot write " + path.string();
+        const auto basisRows = [&](Index first, Index count, double* rows) {
+            model.basisRows(first, count, rows);
+        };
+        if (!writeAtomically(
+                path,
+                [&](const std::string& temporary) {
+                    return kestrel::meridian::writeMatrixFileRows(temporary, entry.rows, entry.cols,
+                                                                  basisRows);
+                },
+                error))
             return false;
-        }
     }
     for (int r = 0; r < bs::kRegionCount; ++r) {
         const bs::RegionEntry& entry = bs::kRegions[r];

@@ -1,21 +1,18 @@
 #include "demo/model_files.h"
 
-#include <fstream>
-
 #include "demo/text_out.h"
+#include "io/atomic_file.h"
+#include "io/input_error.h"
 
 namespace meridian::demo::detail {
 
 bool writeTextFile(const std::filesystem::path& path, const std::string& text, std::string& error) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) {
-        error = "cannot open " + path.string() + " for writing";
-        return false;
-    }
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    out.close();
-    if (!out) {
-        error = "cannot write " + path.string();
+    // Atomic like every file a tool writes: a failed run keeps an earlier
+    // model file as it was and leaves no partial one.
+    try {
+        kestrel::meridian::writeFileAtomically(path.string(), text);
+    } catch (const kestrel::meridian::InputError& e) {
+        error = e.what();
         return false;
     }
     return true;

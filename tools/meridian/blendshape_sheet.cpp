@@ -78,7 +78,8 @@ void drawPanel(cv::Mat& image, int left, const SheetPanel& panel, const Eigen::V
 }  // namespace
 
 void writeBlendshapeSheet(const std::string& path, const std::vector<SheetPanel>& panels,
-                          const Eigen::Matrix3Xi& faces) {
+                          const Eigen::Matrix3Xi& faces,
+                          kestrel::meridian::AtomicFileSet* outputs) {
     if (panels.empty()) throw CommandError("no shapes to draw");
     const Eigen::Matrix3Xd& first = panels[0].vertices;
     const Vector3d low = first.rowwise().minCoeff(), high = first.rowwise().maxCoeff();
@@ -109,7 +110,7 @@ void writeBlendshapeSheet(const std::string& path, const std::vector<SheetPanel>
     cv::putText(image, scaleText, cv::Point(barLeft + barWidth + 12, barTop + 13),
                 cv::FONT_HERSHEY_SIMPLEX, 0.5, cv::Scalar(235, 235, 235), 1, cv::LINE_AA);
 
-    writePanels(path, {image});
+    writePanels(path, {image}, outputs);
 }
 
 }  // namespace meridian::cli

@@ -7,6 +7,8 @@
 
 #include <Eigen/Core>
 
+#include "io/atomic_file.h"
+
 namespace meridian::cli {
 
 /// One head of the sheet.
@@ -21,7 +23,9 @@ struct SheetPanel {
 /// each vertex moved from panels[0] (one colour scale for all panels).
 /// faces: 3 by #F 0-based vertex ids shared by all panels.
 /// Throws CommandError when the image cannot be written.
+/// With `outputs`, the picture is added to them instead of written.
 void writeBlendshapeSheet(const std::string& path, const std::vector<SheetPanel>& panels,
-                          const Eigen::Matrix3Xi& faces);
+                          const Eigen::Matrix3Xi& faces,
+                          kestrel::meridian::AtomicFileSet* outputs = nullptr);
 
 }  // namespace meridian::cli

@@ -1,48 +1,17 @@
 #include "cli_common.h"
 
-#include <cctype>
+#include <cmath>
 #include <filesystem>
-#include <fstream>
 
-#include "io/mesh_readers.h"
-#include "io/planar.h"
+#include "io/atomic_file.h"
+#include "io/head_reader.h"
 
 namespace meridian::cli {
 
 namespace fs = std::filesystem;
-using kestrel::meridian::countPlyHeaderLines;
-using kestrel::meridian::readObj;
-using kestrel::meridian::readPly;
-
-namespace {
-
-bool hasExtension(const std::string& path, const char* extension) {
-    std::string ext = fs::path(path).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext == extension;
-}
-
-}  // namespace
 
 std::vector<float> readHeadPlanar(const std::string& path) {
-    if (!fs::is_regular_file(path)) throw CommandError("no such mesh file: " + path);
-    Eigen::MatrixXd vertices;
-    if (hasExtension(path, ".ply")) {
-        const int headerLines = countPlyHeaderLines(path);
-        if (headerLines == 0) throw CommandError("not a PLY file (no end_header): " + path);
-        vertices = readPly(path, headerLines).vertices;
-    } else if (hasExtension(path, ".obj")) {
-        vertices = readObj(path).vertices;
-    } else {
-        throw CommandError("unknown mesh format (expected .obj or .ply): " + path);
-    }
-    if (vertices.rows() != 3 || vertices.cols() != kHeadVertexCount)
-        throw CommandError(path + " has " + std::to_string(vertices.cols()) +
-                           " vertices; a head in the template topology has " +
-                           std::to_string(kHeadVertexCount));
-    std::vector<float> planar(3 * kHeadVertexCount);
-    kestrel::meridian::matrixToPlanar(vertices, planar.data());
-    return planar;
+    return kestrel::meridian::readHeadPlanar(path);
 }
 
 void requireModelDirectory(const std::string& dir) {
@@ -50,8 +19,24 @@ void requireModelDirectory(const std::string& dir) {
 }
 
 void requireWritable(const std::string& path) {
-    std::ofstream out(path, std::ios::binary | std::ios::app);
-    if (!out) throw CommandError("cannot write " + path);
+    if (path == "-")
+        throw CommandError("cannot write to standard output (\"-\"); name an output file");
+    kestrel::meridian::checkAtomicTarget(path);
+}
+
+void writeOutputFile(const std::string& path, std::string_view bytes) {
+    requireWritable(path);
+    kestrel::meridian::writeFileAtomically(path, bytes);
+}
+
+std::string outputHelp(const std::string& what) {
+    return what + " (a file; \"-\" is not standard output)";
+}
+
+void requireFinitePositive(const char* option, double value) {
+    if (!std::isfinite(value) || value <= 0)
+        throw CommandError(std::string(option) + " must be a finite number above 0, not " +
+                           std::to_string(value));
 }
 
 }  // namespace meridian::cli

@@ -1,9 +1,7 @@
 // `meridian blendshapes`: the six dynamic blendshapes of a head as OBJ
 // files, and a picture of them side by side.
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -13,8 +11,11 @@
 #include "blendshape_sheet.h"
 #include "cli_common.h"
 #include "commands.h"
-#include "io/mesh_readers.h"
+#include "io/atomic_file.h"
+#include "io/model_check.h"
 #include "io/planar.h"
+#include "io/strict_mesh.h"
+#include "obj_text.h"
 
 namespace meridian::cli {
 
@@ -36,17 +37,6 @@ std::string shapeName(int s) {
     return s == 0 ? "neutral" : bs::kRegions[s - 1].name;
 }
 
-void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
-    std::ofstream out(path, std::ios::binary);
-    char line[96];
-    for (Eigen::Index v = 0; v < vertices.cols(); ++v) {
-        std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", vertices(0, v), vertices(1, v),
-                      vertices(2, v));
-        out << line;
-    }
-    if (!out.flush()) throw CommandError("cannot write " + path);
-}
-
 std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
     std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
     const auto start = std::chrono::steady_clock::now();
@@ -64,6 +54,14 @@ std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
 void runBlendshapes(const BlendshapeOptions& options) {
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
+    namespace km = kestrel::meridian;
+    const std::string templatePath = options.model + kTemplateFile;
+    const bool haveTemplate = fs::exists(templatePath);
+    // Refused outputs first; the folder itself is created only once the model passes.
+    if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
+    km::checkModel(options.model, km::ModelTask::blendshapes);
+    if (haveTemplate) km::checkModel(options.model, km::ModelTask::tangentFrames);
     std::error_code ec;
     fs::create_directories(options.outDir, ec);
     if (ec || !fs::is_directory(options.outDir))
@@ -74,27 +72,25 @@ void runBlendshapes(const BlendshapeOptions& options) {
     const CBlendshapeEngine::Shapes shapes = engine->generate(
         kestrel::meridian::planarToVertices(head.data(), CBlendshapeEngine::kHeadVertexCount));
 
-    const std::string templatePath = options.model + kTemplateFile;
-    const bool haveTemplate = fs::is_regular_file(templatePath);
+    km::AtomicFileSet outputs;
     for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s) {
         const std::string path =
             (fs::path(options.outDir) / ("bs_" + std::to_string(s) + "_" + shapeName(s) + ".obj"))
                 .string();
-        if (haveTemplate) {
-            if (!kestrel::meridian::rewriteObjVertexLines(templatePath, path, shapes[s]))
-                throw CommandError("cannot write " + path);
-        } else {
-            writeVertexObj(path, shapes[s]);
-        }
+        requireWritable(path);
+        outputs.add(path, haveTemplate ? objWithVertexLines(templatePath, shapes[s])
+                                       : vertexObjText(shapes[s]));
     }
-    std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
-              << (haveTemplate ? "" : " (vertices only: no template mesh " + templatePath + ")")
-              << std::endl;
-    if (!haveTemplate) return;
+    if (!haveTemplate) {
+        outputs.commit();
+        std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
+                  << " (vertices only: no template mesh " << templatePath << ")" << std::endl;
+        return;
+    }
 
-    const Eigen::MatrixXd faces = kestrel::meridian::readObj(templatePath).faces;
-    if (faces.rows() != 3) throw CommandError("template mesh without faces: " + templatePath);
-    const Eigen::Matrix3Xi zeroBased = (faces.array() - 1.0).cast<int>().matrix();
+    const km::StrictMesh templateMesh = km::readStrictMesh(templatePath);
+    const Eigen::Matrix3Xi zeroBased =
+        Eigen::Map<const Eigen::Matrix3Xi>(templateMesh.faces.data(), 3, templateMesh.faceCount());
     // The ears are seen from their own side, everything else from the front.
     const Eigen::Vector3d front(0, -1, 0), left(1, 0, 0), right(-1, 0, 0);
     const Eigen::Vector3d views[] = {front, front, front, front, left, right};
@@ -102,7 +98,11 @@ void runBlendshapes(const BlendshapeOptions& options) {
     for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s)
         panels.push_back({std::to_string(s) + " " + shapeName(s), shapes[s], views[s]});
     const std::string picture = (fs::path(options.outDir) / "blendshapes.png").string();
-    writeBlendshapeSheet(picture, panels, zeroBased);
+    // The shapes and their picture appear together, or none does.
+    writeBlendshapeSheet(picture, panels, zeroBased, &outputs);
+    outputs.commit();
+    std::cout << "wrote " << CBlendshapeEngine::kShapeCount << " shapes to " << options.outDir
+              << std::endl;
     std::cout << "wrote " << picture << std::endl;
 }
 
@@ -119,8 +119,10 @@ void addBlendshapesCommand(CLI::App& app) {
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
     command
-        ->add_option("--out-dir", options->outDir,
-                     "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing)")
+        ->add_option(
+            "--out-dir", options->outDir,
+            "Directory for bs_<s>_<name>.obj and blendshapes.png (created if missing; \"-\" "
+            "is not standard output)")
         ->required();
     command->callback([options] { runBlendshapes(*options); });
 }

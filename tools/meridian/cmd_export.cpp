@@ -4,18 +4,18 @@
 // interface.
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "cli_common.h"
 #include "commands.h"
 #include "export/head_export.h"
 #include "export_preview.h"
+#include "io/input_error.h"
+#include "io/model_check.h"
 
 namespace meridian::cli {
 
@@ -39,29 +39,6 @@ bool skips(const ExportOptions& options, const char* part) {
     return false;
 }
 
-/// The asset goes to a temporary file beside the output, renamed over it once
-/// complete, so a failure never leaves a partial file at the output path.
-class TemporaryOutput {
-  public:
-    explicit TemporaryOutput(const std::string& out)
-        : path_(out + ".part-" + std::to_string(::getpid())) {}
-    ~TemporaryOutput() {
-        std::error_code ignored;
-        if (!committed_) fs::remove(path_, ignored);
-    }
-    const std::string& path() const { return path_; }
-    void commit(const std::string& out) {
-        std::error_code ec;
-        fs::rename(path_, out, ec);
-        if (ec) throw CommandError("cannot write " + out + ": " + ec.message());
-        committed_ = true;
-    }
-
-  private:
-    std::string path_;
-    bool committed_ = false;
-};
-
 std::string skipHint(ex::AssetPart part) {
     switch (part) {
         case ex::AssetPart::kBlendshapes:
@@ -83,17 +60,37 @@ void printStageTimes(const std::vector<ex::StageTime>& times) {
     std::printf("  %-26s %9.1f ms\n", "total", 1e3 * total);
 }
 
+/// Every model file the asked parts read, strictly, before any engine loads.
+void checkExportModel(const ExportOptions& options) {
+    namespace km = kestrel::meridian;
+    km::checkModel(options.model, {km::ModelTask::headSwap, km::ModelTask::engineHeadMesh});
+    try {
+        if (!skips(options, "blendshapes"))
+            km::checkModel(options.model, km::ModelTask::blendshapes);
+    } catch (const km::InputError& e) {
+        throw CommandError(e.what() + skipHint(ex::AssetPart::kBlendshapes));
+    }
+    try {
+        if (!skips(options, "eyes"))
+            km::checkModel(options.model,
+                           {km::ModelTask::eyeballFit, km::ModelTask::eyeballAligner,
+                            km::ModelTask::eyelashAligner, km::ModelTask::eyeballExportMesh,
+                            km::ModelTask::eyelashExportMesh});
+    } catch (const km::InputError& e) {
+        throw CommandError(e.what() + skipHint(ex::AssetPart::kEyes));
+    }
+}
+
 void runExport(const ExportOptions& options) {
     requireModelDirectory(options.model);
-    const fs::path outDir = fs::absolute(options.out).parent_path();
-    if (!fs::is_directory(outDir))
-        throw CommandError("cannot write " + options.out + ": no directory " + outDir.string());
-    if (fs::is_directory(options.out))
-        throw CommandError("cannot write " + options.out + ": it is a directory");
+    requireFinitePositive("--metres-per-unit", options.metresPerUnit);
+    requireWritable(options.out);
+    if (!options.preview.empty()) requireWritable(options.preview);
 
     ex::StageLog log([](const std::string& stage) { std::cout << stage << " ..." << std::endl; });
     std::vector<float> head;
     log.run("read input", [&] { head = readHeadPlanar(options.in); });
+    log.run("strict model check", [&] { checkExportModel(options); });
 
     ex::ExportSettings settings;
     settings.modelDir = options.model;
@@ -103,24 +100,29 @@ void runExport(const ExportOptions& options) {
     try {
         const ex::HeadExporter exporter(settings, log);
         const ex::HeadAsset asset = exporter.run(head, log);
-        TemporaryOutput temporary(options.out);
+        // The asset and its preview appear together, or neither does: the
+        // preview is drawn from the encoded bytes before anything is written.
+        kestrel::meridian::AtomicFileSet outputs;
+        std::string glb;
         log.run("write glTF", [&] {
             const tinygltf::Model model = ex::buildGltfModel(asset);
-            std::ofstream file(temporary.path(), std::ios::binary);
-            if (!file || !ex::writeGlb(model, file) || !file.flush())
-                throw CommandError("cannot write " + options.out);
-            file.close();
-            temporary.commit(options.out);
+            std::ostringstream encoded(std::ios::binary);
+            if (!ex::writeGlb(model, encoded)) throw CommandError("cannot encode " + options.out);
+            glb = encoded.str();
+            outputs.add(options.out, glb);
+            if (options.preview.empty()) outputs.commit();
         });
+        if (!options.preview.empty())
+            log.run("preview", [&] {
+                writeExportPreview(glb, options.out, options.preview, outputs);
+                outputs.commit();
+            });
         std::cout << "wrote " << options.out << ": " << exporter.engineVertexCount()
                   << " head vertices in engine order, " << asset.head.targets.size()
                   << " morph targets, " << asset.parts.size() << " eye meshes" << std::endl;
+        if (!options.preview.empty()) std::cout << "wrote " << options.preview << std::endl;
     } catch (const ex::ExportError& e) {
         throw CommandError(e.what() + skipHint(e.part));
-    }
-    if (!options.preview.empty()) {
-        log.run("preview", [&] { writeExportPreview(options.out, options.preview); });
-        std::cout << "wrote " << options.preview << std::endl;
     }
     printStageTimes(log.times());
 }
@@ -136,19 +138,18 @@ void addExportCommand(CLI::App& app) {
     command->add_option("--model", options->model, "Model directory")->required();
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
-    command->add_option("--out", options->out, "Output .glb")->required();
+    command->add_option("--out", options->out, outputHelp("Output .glb"))->required();
     command
         ->add_option("--skip", options->skip,
                      "Leave a part out: eyes or blendshapes (may be given twice)")
         ->check(CLI::IsMember({"eyes", "blendshapes"}))
         ->delimiter(',');
-    command
-        ->add_option(
-            "--metres-per-unit", options->metresPerUnit,
-            "Metres per model unit (default " + std::to_string(ex::kDefaultMetresPerUnit) + ")")
-        ->check(CLI::PositiveNumber);
+    // Checked in runExport (finite, above 0), so a bad value is one "error:" line.
+    command->add_option("--metres-per-unit", options->metresPerUnit,
+                        "Metres per model unit, finite and above 0 (default " +
+                            std::to_string(ex::kDefaultMetresPerUnit) + ")");
     command->add_option("--preview", options->preview,
-                        "Also draw the written asset, read back, to this PNG");
+                        outputHelp("Also draw the written asset, read back, to this PNG"));
     command->callback([options] { runExport(*options); });
 }
 

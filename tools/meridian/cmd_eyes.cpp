@@ -2,7 +2,6 @@
 // meshes to a head, writes them as OBJ files and draws a preview.
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -12,10 +11,13 @@
 #include "commands.h"
 #include "debug/pose_debug.h"
 #include "eyes_preview.h"
-#include "io/correspondence.h"
-#include "io/mesh_readers.h"
+#include "io/atomic_file.h"
+#include "io/model_check.h"
 #include "io/planar.h"
+#include "io/strict_mesh.h"
+#include "io/strict_tables.h"
 #include "meridian/meridian.h"
+#include "obj_text.h"
 
 namespace meridian::cli {
 
@@ -35,73 +37,63 @@ struct Mesh {
     Eigen::Matrix3Xi faces;  // 0-based
 };
 
-/// Vertices and 0-based faces of an OBJ (no faces when it has none).
+/// Vertices and 0-based faces of a mesh file, read strictly.
 Mesh readMesh(const std::string& path) {
-    const km::ObjMeshData obj = km::readObj(path);
-    Mesh mesh;
-    mesh.vertices =
-        obj.vertices.rows() == 3 ? Eigen::Matrix3Xd(obj.vertices) : Eigen::Matrix3Xd(3, 0);
-    if (obj.faces.rows() == 3)
-        mesh.faces = (obj.faces.array() - 1.0).cast<int>().matrix();
-    else
-        mesh.faces.resize(3, 0);
-    return mesh;
+    const km::StrictMesh strict = km::readStrictMesh(path);
+    return {Eigen::Map<const Eigen::Matrix3Xf>(strict.vertices.data(), 3, strict.vertexCount())
+                .cast<double>(),
+            Eigen::Map<const Eigen::Matrix3Xi>(strict.faces.data(), 3, strict.faceCount())};
 }
 
 /// Entries of a correspondence of the model: the vertex count of an output.
 Eigen::Index entryCount(const std::string& modelDir, const char* name) {
-    km::Correspondence record;
     const std::string path = (fs::path(modelDir) / name).string();
-    if (!fs::is_regular_file(path) || !km::loadCorrespondence(record, path))
-        throw CommandError("model directory has no " + std::string(name) + ": " + modelDir);
-    return static_cast<Eigen::Index>(record.size());
+    return static_cast<Eigen::Index>(km::readStrictCorrespondence(path).size());
 }
 
 /// The head's faces: the template's, else those of the input OBJ.
 Eigen::Matrix3Xi headFaces(const std::string& modelDir, const std::string& input) {
     for (const std::string& path : {modelDir + "/TBN/std_20481_with_UV_F_TF.obj", input}) {
-        if (!fs::is_regular_file(path) || fs::path(path).extension() != ".obj") continue;
+        if (!fs::is_regular_file(path)) continue;
         const Mesh mesh = readMesh(path);
         if (mesh.vertices.cols() == kHeadVertexCount && mesh.faces.cols() > 0) return mesh.faces;
     }
     return Eigen::Matrix3Xi(3, 0);
 }
 
-void writeObj(const std::string& path, const std::vector<const Mesh*>& parts) {
-    std::ofstream out(path, std::ios::binary);
+std::string objText(const std::vector<const Mesh*>& parts) {
+    std::string text;
     char line[128];
     for (const Mesh* part : parts)
         for (Eigen::Index v = 0; v < part->vertices.cols(); ++v) {
             std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", part->vertices(0, v),
                           part->vertices(1, v), part->vertices(2, v));
-            out << line;
+            text += line;
         }
     Eigen::Index offset = 1;
     for (const Mesh* part : parts) {
         for (Eigen::Index f = 0; f < part->faces.cols(); ++f)
-            out << "f " << part->faces(0, f) + offset << ' ' << part->faces(1, f) + offset << ' '
-                << part->faces(2, f) + offset << '\n';
+            text += "f " + std::to_string(part->faces(0, f) + offset) + ' ' +
+                    std::to_string(part->faces(1, f) + offset) + ' ' +
+                    std::to_string(part->faces(2, f) + offset) + '\n';
         offset += part->vertices.cols();
     }
-    if (!out.flush()) throw CommandError("cannot write " + path);
+    return text;
 }
 
 /// An aligned mesh in export order: the model's export-order template with
-/// its vertex lines replaced, or plain vertex lines without one. Returns the
-/// mesh with the template's faces (none without a template).
-Mesh writeExportMesh(const std::string& templatePath, const std::string& path,
-                     const Eigen::Matrix3Xd& vertices) {
+/// its vertex lines replaced (the model check has matched its vertex count),
+/// or plain vertex lines without one. Adds the file to `outputs` and returns
+/// the mesh with the template's faces (none without a template).
+Mesh exportMesh(const std::string& templatePath, const std::string& path,
+                const Eigen::Matrix3Xd& vertices, km::AtomicFileSet& outputs) {
     Mesh mesh{vertices, Eigen::Matrix3Xi(3, 0)};
-    if (fs::is_regular_file(templatePath)) {
-        const Mesh layout = readMesh(templatePath);
-        if (layout.vertices.cols() == vertices.cols()) {
-            if (!km::rewriteObjVertexLines(templatePath, path, vertices))
-                throw CommandError("cannot write " + path);
-            mesh.faces = layout.faces;
-            return mesh;
-        }
+    if (fs::exists(templatePath)) {
+        mesh.faces = readMesh(templatePath).faces;
+        outputs.add(path, objWithVertexLines(templatePath, vertices));
+    } else {
+        outputs.add(path, objText({&mesh}));
     }
-    writeObj(path, {&mesh});
     return mesh;
 }
 
@@ -123,8 +115,22 @@ void printEye(int eye, const double* angles, const double* position) {
 void runEyes(const EyesOptions& options) {
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
+    const std::string eyeballTemplate =
+        (fs::path(options.model) / "eyeball/ue4_eyeball.obj").string();
+    const std::string lashTemplate = (fs::path(options.model) / "eyelash/ue4_eyelash.obj").string();
+    // Refused outputs first; the folder itself is created only once the model passes.
+    if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
+    km::checkModel(options.model, {km::ModelTask::eyeballFit, km::ModelTask::posedEyeMesh,
+                                   km::ModelTask::eyeballAligner, km::ModelTask::eyelashAligner});
+    // The export-order templates are optional; when present they must fit.
+    if (fs::exists(eyeballTemplate))
+        km::checkModel(options.model, km::ModelTask::eyeballExportMesh);
+    if (fs::exists(lashTemplate)) km::checkModel(options.model, km::ModelTask::eyelashExportMesh);
     std::error_code ec;
     fs::create_directories(options.outDir, ec);
+    if (ec || !fs::is_directory(options.outDir))
+        throw CommandError("cannot create the output directory " + options.outDir);
     const auto out = [&](const char* name) { return (fs::path(options.outDir) / name).string(); };
     const std::string headOut = out("head_with_eyes.obj"), eyeballsOut = out("eyeballs_ue4.obj"),
                       lashesOut = out("eyelashes_ue4.obj"), previewOut = out("eyes_preview.png");
@@ -167,21 +173,22 @@ void runEyes(const EyesOptions& options) {
     }
     const Mesh headMesh{km::planarToVertices(head.data(), kHeadVertexCount),
                         headFaces(options.model, options.in)};
-    writeObj(headOut, {&headMesh, &posed[0], &posed[1]});
+    // The three meshes and the preview appear together, or none does.
+    km::AtomicFileSet outputs;
+    outputs.add(headOut, objText({&headMesh, &posed[0], &posed[1]}));
+    exportMesh(eyeballTemplate, eyeballsOut, eyeballs, outputs);
+    const Mesh lashMesh = exportMesh(lashTemplate, lashesOut, lashes, outputs);
+    writeEyesPreview(previewOut,
+                     {{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
+                      {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
+                      {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
+                      {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}},
+                     &outputs);
+    outputs.commit();
     std::cout << "wrote " << headOut << " (head and both posed eyeballs)\n";
-
-    writeExportMesh((fs::path(options.model) / "eyeball/ue4_eyeball.obj").string(), eyeballsOut,
-                    eyeballs);
     std::cout << "wrote " << eyeballsOut << " (" << eyeballs.cols()
               << " aligned eyeball vertices)\n";
-    const Mesh lashMesh = writeExportMesh(
-        (fs::path(options.model) / "eyelash/ue4_eyelash.obj").string(), lashesOut, lashes);
     std::cout << "wrote " << lashesOut << " (" << lashes.cols() << " aligned eyelash vertices)\n";
-
-    writeEyesPreview(previewOut, {{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
-                                  {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
-                                  {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
-                                  {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}});
     std::cout << "wrote " << previewOut << " (front and side views)\n";
 }
 
@@ -196,7 +203,8 @@ void addEyesCommand(CLI::App& app) {
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
     command
-        ->add_option("--out-dir", options->outDir, "Directory for the results (created if missing)")
+        ->add_option("--out-dir", options->outDir,
+                     "Directory for the results (created if missing; \"-\" is not standard output)")
         ->required();
     command->callback([options] { runEyes(*options); });
 }

@@ -15,6 +15,7 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "demo/rgbd/demo_capture.h"
+#include "image_file.h"
 #include "meridian/meridian.h"
 #include "rgbd/capture_files.h"
 #include "rgbd/dynamic_library.h"
@@ -113,7 +114,7 @@ void writeContactSheet(const std::string& path, const std::vector<CaptureFramePa
         cv::putText(sheet, label, at, cv::FONT_HERSHEY_SIMPLEX, 0.5, cv::Scalar(255, 255, 255), 1,
                     cv::LINE_AA);
     }
-    if (!cv::imwrite(path, sheet)) throw CommandError("cannot write " + path);
+    writeImageFile(path, sheet);
 }
 
 void runSelect(const SelectOptions& options) {
@@ -189,8 +190,9 @@ void addRgbdCommands(CLI::App& app) {
         ->required();
     select->add_option("--capture", options->capture, "Capture directory with jpg/ and exr/")
         ->required();
-    select->add_option("--contact-sheet", options->contactSheet,
-                       "Also write a PNG of the four chosen frames with landmarks and angles");
+    select->add_option(
+        "--contact-sheet", options->contactSheet,
+        outputHelp("Also write a PNG of the four chosen frames with landmarks and angles"));
     select->callback([options] { runSelect(*options); });
 
     auto dir = std::make_shared<std::string>();

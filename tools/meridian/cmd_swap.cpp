@@ -1,17 +1,16 @@
 // `meridian swap`: carries a template-topology head into the engine vertex
 // order and writes it as an OBJ.
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 
 #include "cli_common.h"
 #include "commands.h"
-#include "io/correspondence.h"
-#include "io/mesh_readers.h"
+#include "io/model_check.h"
 #include "io/planar.h"
+#include "io/strict_tables.h"
 #include "meridian/meridian.h"
+#include "obj_text.h"
 
 namespace meridian::cli {
 
@@ -23,30 +22,23 @@ struct SwapOptions {
     std::string out;
 };
 
-// The caller sizes the output: N is the entry count of the engine-order file.
+// The caller sizes the output: N is the entry count of the engine-order
+// file, which the model check has read strictly.
 Eigen::Index engineVertexCount(const std::string& modelDir) {
-    kestrel::meridian::Correspondence engineOrder;
     const auto path = (std::filesystem::path(modelDir) / "idx_head2ue4.corresp").string();
-    if (!kestrel::meridian::loadCorrespondence(engineOrder, path))
-        throw CommandError("model directory has no idx_head2ue4.corresp: " + modelDir);
-    return static_cast<Eigen::Index>(engineOrder.size());
-}
-
-void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
-    std::ofstream out(path);
-    char line[128];
-    for (Eigen::Index k = 0; k < vertices.cols(); ++k) {
-        std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", vertices(0, k), vertices(1, k),
-                      vertices(2, k));
-        out << line;
-    }
-    if (!out.flush()) throw CommandError("cannot write " + path);
+    return static_cast<Eigen::Index>(kestrel::meridian::readStrictCorrespondence(path).size());
 }
 
 void runSwap(const SwapOptions& options) {
+    namespace km = kestrel::meridian;
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
     requireWritable(options.out);
+    // The engine-order template mesh is optional; when present it must fit.
+    const auto templatePath = (std::filesystem::path(options.model) / "ue4_head.obj").string();
+    const bool haveTemplate = std::filesystem::exists(templatePath);
+    km::checkModel(options.model, km::ModelTask::headSwap);
+    if (haveTemplate) km::checkModel(options.model, km::ModelTask::engineHeadMesh);
     const Eigen::Index n = engineVertexCount(options.model);
 
     const meridian_handle converter = AI_system_init_swaphead(options.model.c_str());
@@ -59,14 +51,8 @@ void runSwap(const SwapOptions& options) {
     const Eigen::Matrix3Xd vertices = kestrel::meridian::planarToVertices(planar.data(), n);
 
     // With the engine-order template mesh the result keeps its faces and UVs.
-    const auto templatePath = (std::filesystem::path(options.model) / "ue4_head.obj").string();
-    if (std::filesystem::is_regular_file(templatePath) &&
-        kestrel::meridian::readObjVertexLines(templatePath).cols() == n) {
-        if (!kestrel::meridian::rewriteObjVertexLines(templatePath, options.out, vertices))
-            throw CommandError("cannot write " + options.out);
-    } else {
-        writeVertexObj(options.out, vertices);
-    }
+    writeOutputFile(options.out, haveTemplate ? objWithVertexLines(templatePath, vertices)
+                                              : vertexObjText(vertices));
     std::cout << "wrote " << n << " vertices in engine order to " << options.out << '\n';
 }
 
@@ -79,7 +65,8 @@ void addSwapCommand(CLI::App& app) {
     command->add_option("--model", options->model, "Model directory")->required();
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
-    command->add_option("--out", options->out, "Output OBJ in engine vertex order")->required();
+    command->add_option("--out", options->out, outputHelp("Output OBJ in engine vertex order"))
+        ->required();
     command->callback([options] { runSwap(*options); });
 }
 

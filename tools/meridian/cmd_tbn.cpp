@@ -1,7 +1,6 @@
 // `meridian tbn`: tangent frames of a head, written as a PLY with per-vertex
 // normal, tangent and bitangent, and optionally a front-view preview.
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -9,7 +8,9 @@
 
 #include "cli_common.h"
 #include "commands.h"
-#include "io/mesh_readers.h"
+#include "io/atomic_file.h"
+#include "io/model_check.h"
+#include "io/strict_mesh.h"
 #include "meridian/meridian.h"
 #include "tbn_preview.h"
 
@@ -26,11 +27,11 @@ struct TbnOptions {
 
 constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
 
-// The template's faces, 0-based; the library has already checked them.
+// The template's faces, 0-based; the model check has read them strictly.
 Eigen::Matrix3Xi templateFaces(const std::string& modelDir) {
-    const Eigen::MatrixXd faces = kestrel::meridian::readObj(modelDir + kTemplateFile).faces;
-    if (faces.rows() != 3) return Eigen::Matrix3Xi(3, 0);
-    return (faces.array() - 1.0).cast<int>().matrix();
+    const kestrel::meridian::StrictMesh mesh =
+        kestrel::meridian::readStrictMesh(modelDir + kTemplateFile);
+    return Eigen::Map<const Eigen::Matrix3Xi>(mesh.faces.data(), 3, mesh.faceCount());
 }
 
 // Component k of vertex i of a planar array of n vertices.
@@ -38,8 +39,8 @@ float at(const std::vector<float>& planar, Eigen::Index n, int k, Eigen::Index i
     return planar[static_cast<size_t>(k * n + i)];
 }
 
-void writeFramesPly(const std::string& path, const std::vector<float>& head,
-                    const std::vector<float>& frames, const Eigen::Matrix3Xi& faces) {
+std::string framesPlyText(const std::vector<float>& head, const std::vector<float>& frames,
+                          const Eigen::Matrix3Xi& faces) {
     constexpr Eigen::Index n = kHeadVertexCount;
     std::string text = "ply\nformat ascii 1.0\nelement vertex " + std::to_string(n) + "\n";
     for (const char* name : {"x", "y", "z", "nx", "ny", "nz", "tx", "ty", "tz", "bx", "by", "bz"})
@@ -64,9 +65,7 @@ void writeFramesPly(const std::string& path, const std::vector<float>& head,
     for (Eigen::Index f = 0; f < faces.cols(); ++f)
         text += "3 " + std::to_string(faces(0, f)) + ' ' + std::to_string(faces(1, f)) + ' ' +
                 std::to_string(faces(2, f)) + '\n';
-    std::ofstream out(path, std::ios::binary);
-    out << text;
-    if (!out.flush()) throw CommandError("cannot write " + path);
+    return text;
 }
 
 void runTbn(const TbnOptions& options) {
@@ -78,6 +77,7 @@ void runTbn(const TbnOptions& options) {
             throw CommandError("no image format for " + options.preview + " (use .png)");
         requireWritable(options.preview);
     }
+    kestrel::meridian::checkModel(options.model, kestrel::meridian::ModelTask::tangentFrames);
 
     constexpr Eigen::Index n = kHeadVertexCount;
     std::vector<float> frames(9 * n);
@@ -89,19 +89,22 @@ void runTbn(const TbnOptions& options) {
                            kTemplateFile);
     if (computed != 1) throw CommandError("tangent-frame computation failed");
 
+    // The frames and the preview appear together, or neither does.
     const Eigen::Matrix3Xi faces = templateFaces(options.model);
-    writeFramesPly(options.out, head, frames, faces);
+    kestrel::meridian::AtomicFileSet outputs;
+    outputs.add(options.out, framesPlyText(head, frames, faces));
+    if (!options.preview.empty()) {
+        Eigen::Matrix3Xd vertices(3, n), normals(3, n);
+        for (int c = 0; c < 3; ++c)
+            for (Eigen::Index i = 0; i < n; ++i) {
+                vertices(c, i) = at(head, n, c, i);
+                normals(c, i) = at(frames, n, 6 + c, i);
+            }
+        writeNormalPreview(options.preview, vertices, faces, normals, &outputs);
+    }
+    outputs.commit();
     std::cout << "wrote frames of " << n << " vertices to " << options.out << '\n';
-
-    if (options.preview.empty()) return;
-    Eigen::Matrix3Xd vertices(3, n), normals(3, n);
-    for (int c = 0; c < 3; ++c)
-        for (Eigen::Index i = 0; i < n; ++i) {
-            vertices(c, i) = at(head, n, c, i);
-            normals(c, i) = at(frames, n, 6 + c, i);
-        }
-    writeNormalPreview(options.preview, vertices, faces, normals);
-    std::cout << "wrote preview to " << options.preview << '\n';
+    if (!options.preview.empty()) std::cout << "wrote preview to " << options.preview << '\n';
 }
 
 }  // namespace
@@ -114,10 +117,11 @@ void addTbnCommand(CLI::App& app) {
     command->add_option("--model", options->model, "Model directory (holds TBN/)")->required();
     command->add_option("--in", options->in, "Head mesh (.obj or .ply, 20481 vertices)")
         ->required();
-    command->add_option("--out", options->out, "Output ASCII PLY with per-vertex frames")
+    command
+        ->add_option("--out", options->out, outputHelp("Output ASCII PLY with per-vertex frames"))
         ->required();
     command->add_option("--preview", options->preview,
-                        "Also write a front-view PNG of the normals");
+                        outputHelp("Also write a front-view PNG of the normals"));
     command->callback([options] { runTbn(*options); });
 }
 

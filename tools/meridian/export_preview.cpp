@@ -126,11 +126,14 @@ View viewFrom(double degrees, const char* label) {
 
 }  // namespace
 
-void writeExportPreview(const std::string& glbPath, const std::string& pngPath) {
+void writeExportPreview(std::string_view glb, const std::string& glbPath,
+                        const std::string& pngPath, kestrel::meridian::AtomicFileSet& outputs) {
     tinygltf::Model model;
     tinygltf::TinyGLTF reader;
     std::string error, warning;
-    if (!reader.LoadBinaryFromFile(&model, &error, &warning, glbPath))
+    if (!reader.LoadBinaryFromMemory(&model, &error, &warning,
+                                     reinterpret_cast<const unsigned char*>(glb.data()),
+                                     static_cast<unsigned int>(glb.size())))
         throw CommandError("cannot read " + glbPath + ": " + error);
     const int scene = model.defaultScene >= 0 ? model.defaultScene : 0;
     std::vector<PreviewLayer> layers;
@@ -149,7 +152,7 @@ void writeExportPreview(const std::string& glbPath, const std::string& pngPath) 
          {viewFrom(0, "front"), viewFrom(40, "three quarters"), viewFrom(-90, "side")})
         panels.push_back(
             drawView(view, layers, extentOf(view, layers, 0, layers.size(), 0.02), kPanelHeight));
-    writePanels(pngPath, panels);
+    writePanels(pngPath, panels, &outputs);
 }
 
 }  // namespace meridian::cli

@@ -18,7 +18,8 @@ View labelled(View view, const char* label) {
 
 }  // namespace
 
-void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& layers) {
+void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& layers,
+                      kestrel::meridian::AtomicFileSet* outputs) {
     if (layers.empty()) throw CommandError("nothing to draw in " + path);
     std::vector<cv::Mat> panels;
     for (const View& view : {kFront, kSide})
@@ -34,7 +35,7 @@ void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& 
         panels.push_back(drawView(labelled(kSide, "side, cut through an eye"), layers,
                                   extentOf(kSide, layers, 1, 2, 0.4), kPanelHeight, section));
     }
-    writePanels(path, panels);
+    writePanels(path, panels, outputs);
 }
 
 }  // namespace meridian::cli

@@ -14,6 +14,8 @@ namespace meridian::cli {
 /// panels framed on the first layer (the head), then two close-ups framed on
 /// the other layers (the eyes). Writes a PNG; throws CommandError when it
 /// cannot.
-void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& layers);
+/// With `outputs`, the picture is added to them instead of written.
+void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& layers,
+                      kestrel::meridian::AtomicFileSet* outputs = nullptr);
 
 }  // namespace meridian::cli

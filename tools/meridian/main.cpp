@@ -1,4 +1,5 @@
 // The `meridian` command-line tool: the library's tasks on mesh files.
+#include <csignal>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
@@ -7,6 +8,12 @@
 #include "commands.h"
 
 int main(int argc, char** argv) {
+    // A write past the file-size limit then fails with EFBIG, which the
+    // atomic writer reports and cleans up after, instead of ending the
+    // process with a temporary left behind.
+#ifdef SIGXFSZ
+    std::signal(SIGXFSZ, SIG_IGN);
+#endif
     CLI::App app{"meridian: post-processing of 3D head meshes"};
     app.require_subcommand(1);
     meridian::cli::addDemoCommand(app);

@@ -9,6 +9,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "cli_common.h"
+#include "image_file.h"
+#include "io/atomic_file.h"
 
 namespace meridian::cli {
 
@@ -92,16 +94,14 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
     return panel.image;
 }
 
-void writePanels(const std::string& path, const std::vector<cv::Mat>& panels) {
+void writePanels(const std::string& path, const std::vector<cv::Mat>& panels,
+                 kestrel::meridian::AtomicFileSet* outputs) {
     cv::Mat all;
     cv::hconcat(panels, all);
-    bool written = false;
-    try {
-        written = cv::imwrite(path, all);
-    } catch (const cv::Exception&) {
-        written = false;
-    }
-    if (!written) throw CommandError("cannot write the preview image " + path);
+    if (outputs)
+        outputs->add(path, encodeImage(path, all));
+    else
+        writeImageFile(path, all);
 }
 
 }  // namespace meridian::cli

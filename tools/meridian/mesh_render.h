@@ -11,6 +11,10 @@
 #include <Eigen/Core>
 #include <opencv2/core.hpp>
 
+namespace kestrel::meridian {
+class AtomicFileSet;
+}
+
 namespace meridian::cli {
 
 /// One mesh of a picture, drawn in one colour.
@@ -53,8 +57,11 @@ struct Section {
 cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, const Extent& frame,
                  int height, const Section& cut = {});
 
-/// Writes the panels side by side as a PNG; throws CommandError when it cannot.
-void writePanels(const std::string& path, const std::vector<cv::Mat>& panels);
+/// Writes the panels side by side as a PNG, atomically; with `outputs`, adds
+/// the picture to them instead, to appear together with the other outputs.
+/// Throws CommandError or InputError when it cannot.
+void writePanels(const std::string& path, const std::vector<cv::Mat>& panels,
+                 kestrel::meridian::AtomicFileSet* outputs = nullptr);
 
 /// Fills the pixels of `image` (CV_8UC3) whose centres lie inside a triangle
 /// given by its corners' (column, row, depth), where the depth is nearer than

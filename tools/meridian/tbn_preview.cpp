@@ -37,7 +37,8 @@ bool isPreviewImagePath(const std::string& path) {
 }
 
 void writeNormalPreview(const std::string& path, const Eigen::Matrix3Xd& vertices,
-                        const Eigen::Matrix3Xi& faces, const Eigen::Matrix3Xd& normals) {
+                        const Eigen::Matrix3Xi& faces, const Eigen::Matrix3Xd& normals,
+                        kestrel::meridian::AtomicFileSet* outputs) {
     // Viewer at -y looking toward +y, z up: x runs to the right.
     const Eigen::Vector3d low = vertices.rowwise().minCoeff();
     const Eigen::Vector3d high = vertices.rowwise().maxCoeff();
@@ -83,7 +84,7 @@ void writeNormalPreview(const std::string& path, const Eigen::Matrix3Xd& vertice
                 text);
     cv::putText(lit, "orange: n toward viewer", cv::Point(8, 56), cv::FONT_HERSHEY_SIMPLEX, 0.45,
                 text);
-    writePanels(path, {colours, lit});
+    writePanels(path, {colours, lit}, outputs);
 }
 
 }  // namespace meridian::cli

@@ -7,6 +7,8 @@
 
 #include <Eigen/Core>
 
+#include "io/atomic_file.h"
+
 namespace meridian::cli {
 
 /// Renders the head orthographically as seen from -y (x to the right, z up)
@@ -22,7 +24,9 @@ namespace meridian::cli {
 /// Whether an image format is known for the extension of `path`.
 bool isPreviewImagePath(const std::string& path);
 
+/// With `outputs`, the picture is added to them instead of written.
 void writeNormalPreview(const std::string& path, const Eigen::Matrix3Xd& vertices,
-                        const Eigen::Matrix3Xi& faces, const Eigen::Matrix3Xd& normals);
+                        const Eigen::Matrix3Xi& faces, const Eigen::Matrix3Xd& normals,
+                        kestrel::meridian::AtomicFileSet* outputs = nullptr);
 
 }  // namespace meridian::cli

@@ -15,6 +15,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "io/atomic_file.h"
+#include "io/input_error.h"
 #include "rgbd/capture_files.h"
 
 namespace meridian::demo {
@@ -219,16 +221,21 @@ bool writeDemoCapture(const std::string& dir, std::string& error) {
         const std::string number = std::to_string(k + 1);
         const std::string colorPath = (fs::path(dir) / "jpg" / (number + ".jpg")).string();
         const std::string depthPath = (fs::path(dir) / "exr" / (number + ".exr")).string();
-        if (!cv::imwrite(colorPath, frame.color, {cv::IMWRITE_JPEG_QUALITY, 95})) {
-            error = "cannot write " + colorPath;
-            return false;
-        }
+        // Written atomically, like every file of the tool; the encoders
+        // write to the temporary (which keeps the extension they go by).
         kestrel::meridian::DepthImage depth;
         depth.rows = frame.depth.rows;
         depth.cols = frame.depth.cols;
         depth.depth.assign(frame.depth.ptr<float>(), frame.depth.ptr<float>() + frame.depth.total());
-        if (!kestrel::meridian::writeDepthExr(depthPath, depth)) {
-            error = "cannot write " + depthPath;
+        try {
+            kestrel::meridian::writeFileAtomicallyVia(colorPath, [&](const std::string& path) {
+                return cv::imwrite(path, frame.color, {cv::IMWRITE_JPEG_QUALITY, 95});
+            });
+            kestrel::meridian::writeFileAtomicallyVia(depthPath, [&](const std::string& path) {
+                return kestrel::meridian::writeDepthExr(path, depth);
+            });
+        } catch (const kestrel::meridian::InputError& e) {
+            error = e.what();
             return false;
         }
     }

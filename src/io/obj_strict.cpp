@@ -1,0 +1,185 @@
+// Strict OBJ reading in one pass over text held in memory.
+#include <string>
+
+#include "io/input_error.h"
+#include "io/strict_mesh.h"
+#include "io/text_scan.h"
+
+namespace kestrel::meridian {
+
+namespace {
+
+using scan::NumberStatus;
+
+class ObjParser {
+  public:
+    ObjParser(std::string_view text, const std::string& path) : text_(text), path_(path) {
+        // A head's records take 15 to 40 bytes each: room for a file of only
+        // vertex or only face lines, so that no table is copied while it
+        // grows. Reserving touches no memory.
+        mesh_.vertices.reserve(text.size() / 8);
+        mesh_.texcoords.reserve(text.size() / 16);
+        mesh_.faces.reserve(text.size() / 8);
+    }
+
+    StrictMesh parse() {
+        scan::LineReader lines(text_);
+        std::string_view line;
+        while (lines.next(line)) {
+            line_ = lines.lineNumber();
+            scan::TokenReader tokens(line);
+            std::string_view keyword;
+            if (!tokens.next(keyword) || keyword[0] == '#') continue;
+            if (keyword == "v")
+                readVertex(tokens);
+            else if (keyword == "vt")
+                readTexcoord(tokens);
+            else if (keyword == "f")
+                readFace(tokens);
+            else if (!ignored(keyword))
+                fail(InputFault::malformed, "unknown record " + scan::quoted(keyword));
+        }
+        if (facesWithTexture_ != 0 && facesWithTexture_ != mesh_.faceCount())
+            throw InputError(InputFault::malformed, path_,
+                             "some faces have texture coordinates and some do not");
+        if (facesWithTexture_ == 0) mesh_.textureFaces.clear();
+        return std::move(mesh_);
+    }
+
+  private:
+    static bool ignored(std::string_view keyword) {
+        return keyword == "vn" || keyword == "o" || keyword == "g" || keyword == "s" ||
+               keyword == "usemtl" || keyword == "mtllib";
+    }
+
+    [[noreturn]] void fail(InputFault fault, const std::string& detail) const {
+        throw InputError(fault, path_, "line " + std::to_string(line_) + ": " + detail);
+    }
+
+    void readVertex(scan::TokenReader& tokens) {
+        const int64_t vertex = mesh_.vertexCount();
+        std::string_view token;
+        int count = 0;
+        float xyz[3];
+        while (tokens.next(token)) {
+            if (count < 3) {
+                if (scan::parseFloat(token, xyz[count]) != NumberStatus::ok)
+                    fail(InputFault::nonFinite, "vertex " + std::to_string(vertex) +
+                                                    " has a non-finite coordinate " +
+                                                    scan::quoted(token));
+            } else {
+                double extra;  // w, or a colour
+                if (scan::parseDouble(token, extra) != NumberStatus::ok)
+                    fail(InputFault::malformed, "vertex " + std::to_string(vertex) + ": " +
+                                                    scan::quoted(token) + " is not a number");
+            }
+            ++count;
+        }
+        if (count != 3 && count != 4 && count != 6 && count != 7)
+            fail(InputFault::malformed, "vertex " + std::to_string(vertex) + " has " +
+                                            std::to_string(count) +
+                                            " numbers (x y z, with an optional w or colour)");
+        for (float c : xyz) mesh_.vertices.push_back(c);
+    }
+
+    void readTexcoord(scan::TokenReader& tokens) {
+        std::string_view token;
+        int count = 0;
+        float uv[2] = {0, 0};
+        while (tokens.next(token)) {
+            float value;
+            if (scan::parseFloat(token, value) != NumberStatus::ok)
+                fail(InputFault::nonFinite, "texture coordinate " +
+                                                std::to_string(mesh_.texcoordCount()) + ": " +
+                                                scan::quoted(token) + " is not a finite number");
+            if (count < 2) uv[count] = value;
+            ++count;
+        }
+        if (count != 2 && count != 3)
+            fail(InputFault::malformed, "texture coordinate with " + std::to_string(count) +
+                                            " numbers (u v, with an optional w)");
+        mesh_.texcoords.push_back(uv[0]);
+        mesh_.texcoords.push_back(uv[1]);
+    }
+
+    // An OBJ index: 1-based, or negative counting back from the latest
+    // element; returned 0-based.
+    int32_t resolveIndex(std::string_view token, int64_t available, const char* what,
+                         const char* plural) const {
+        int64_t index = 0;
+        if (scan::parseInt64(token, index) != NumberStatus::ok)
+            fail(InputFault::malformed,
+                 std::string(what) + " index " + scan::quoted(token) + " is not an integer");
+        const int64_t zeroBased = index > 0 ? index - 1 : available + index;
+        if (index == 0 || zeroBased < 0 || zeroBased >= available)
+            fail(InputFault::indexOutOfRange,
+                 std::string(what) + " index " + std::to_string(index) + " names none of the " +
+                     std::to_string(available) + " " + plural + " read so far");
+        return static_cast<int32_t>(zeroBased);
+    }
+
+    void readFace(scan::TokenReader& tokens) {
+        std::string_view corner;
+        int corners = 0;
+        int withTexture = 0;
+        int32_t vertex[3], texture[3];
+        while (tokens.next(corner)) {
+            if (++corners > 3) continue;  // counted for the message below
+            // v, v/t, v//n or v/t/n
+            const size_t slash = corner.find('/');
+            const std::string_view v = corner.substr(0, slash);
+            vertex[corners - 1] = resolveIndex(v, mesh_.vertexCount(), "vertex", "vertices");
+            if (slash == std::string_view::npos) continue;
+            std::string_view rest = corner.substr(slash + 1);
+            const size_t slash2 = rest.find('/');
+            const std::string_view t = rest.substr(0, slash2);
+            if (slash2 != std::string_view::npos &&
+                rest.substr(slash2 + 1).find('/') != std::string_view::npos)
+                fail(InputFault::malformed,
+                     "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
+            if (slash2 == std::string_view::npos && t.empty())
+                fail(InputFault::malformed,
+                     "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
+            if (!t.empty()) {
+                texture[corners - 1] = resolveIndex(t, mesh_.texcoordCount(), "texture coordinate",
+                                                    "texture coordinates");
+                ++withTexture;
+            }
+            // The normal index is checked for form only: normals are not read.
+            if (slash2 != std::string_view::npos) {
+                int64_t normal;
+                if (scan::parseInt64(rest.substr(slash2 + 1), normal) != NumberStatus::ok ||
+                    normal == 0)
+                    fail(InputFault::malformed,
+                         "face corner " + scan::quoted(corner) + " has no valid normal index");
+            }
+        }
+        if (corners != 3)
+            fail(InputFault::malformed,
+                 "a face of " + std::to_string(corners) + " corners; only triangles are read");
+        if (withTexture != 0 && withTexture != 3)
+            fail(InputFault::malformed, "a face with texture coordinates at some corners only");
+        for (int32_t v : vertex) mesh_.faces.push_back(v);
+        if (withTexture == 3) {
+            // Texture faces stay aligned with faces: pad the faces read
+            // without them, and refuse the mix at the end.
+            mesh_.textureFaces.resize(mesh_.faces.size() - 3, 0);
+            mesh_.textureFaces.insert(mesh_.textureFaces.end(), texture, texture + 3);
+            ++facesWithTexture_;
+        }
+    }
+
+    std::string_view text_;
+    const std::string& path_;
+    StrictMesh mesh_;
+    int64_t line_ = 0;
+    int64_t facesWithTexture_ = 0;
+};
+
+}  // namespace
+
+StrictMesh parseStrictObj(std::string_view text, const std::string& path) {
+    return ObjParser(text, path).parse();
+}
+
+}  // namespace kestrel::meridian
