@@ -2,7 +2,9 @@
 // game engine's vertex order.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include <Eigen/Core>
 
@@ -43,8 +45,17 @@ class CHeadConverter {
     const Correspondence& headToEngine() const { return headToEngine_; }
 
   private:
+    /// Composes both correspondences into one map from face vertices to
+    /// output vertices (only when the engine order copies head vertices).
+    void composeSwapMap();
+
     Correspondence templateToHead_;
     Correspondence headToEngine_;
+    /// Output vertex j copies face vertex sources_[j] (pair-form head), or
+    /// blends face vertices sources_[3j .. 3j + 2] with weights_[3j .. 3j + 2]
+    /// (weighted head). Empty when the engine order is itself weighted.
+    std::vector<int32_t> sources_;
+    std::vector<double> weights_;
 };
 
 }  // namespace kestrel::meridian

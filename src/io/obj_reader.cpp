@@ -1,7 +1,7 @@
-// OBJ reader: the whole file is read into memory and tokenised in place,
-// twice: once to size the tables, once to fill them. Numbers are converted
-// exactly like stream extraction of a float (a fast path for short
-// decimals, std::from_chars for the rest).
+// OBJ reader: the whole file is read into memory and tokenised in place in
+// one pass. Numbers are converted exactly like stream extraction of a float
+// (a fast path for short decimals, std::from_chars for the rest).
+#include <algorithm>
 #include <cfloat>
 #include <charconv>
 #include <cstdint>
@@ -94,94 +94,132 @@ float parseFloat(const char* begin, const char* end, const char** stop) {
     return negative ? -value : value;
 }
 
-enum class Mode { none, vertex, texture, face };
+// The numbers of one table as parsed, before they are widened into it.
+using TableValues = std::vector<float>;
 
-// Walks the tokens of an OBJ text: "v", "vt" and "f" switch the mode, every
-// other token after the first keyword is data of the current mode and goes
-// to `data(mode, begin, end)`.
-template <typename Data>
-void forEachDataToken(std::string_view text, Data&& data) {
-    Mode mode = Mode::none;
-    const char* p = text.data();
-    const char* const end = p + text.size();
-    while (true) {
-        while (p < end && isSpace(*p)) ++p;
-        if (p == end) return;
-        const char* const token = p;
-        while (p < end && !isSpace(*p)) ++p;
-        const size_t length = static_cast<size_t>(p - token);
-        if (length == 1 && token[0] == 'v')
-            mode = Mode::vertex;
-        else if (length == 2 && token[0] == 'v' && token[1] == 't')
-            mode = Mode::texture;
-        else if (length == 1 && token[0] == 'f')
-            mode = Mode::face;
-        else if (mode != Mode::none)
-            data(mode, token, p);
-    }
+// A table of rows by (values / rows), widened from the parsed floats; a kind
+// of record the file does not have gives an empty (0 by 0) matrix, so "no
+// texture table" is not mistaken for a 2-row one. An incomplete last group
+// is dropped.
+Eigen::MatrixXd tableOf(const TableValues& values, Eigen::Index rows) {
+    if (values.empty()) return {};
+    Eigen::MatrixXd table(rows, static_cast<Eigen::Index>(values.size()) / rows);
+    // Value 3k + r of a mode is row r of column k: column-major order.
+    double* out = table.data();
+    for (Eigen::Index i = 0; i < table.size(); ++i) out[i] = values[static_cast<size_t>(i)];
+    return table;
 }
 
-// Numbers of each table: v, vt, f corners and the texture entries of
-// corners written a/b.
-struct TableSizes {
-    int64_t vertex = 0, texture = 0, face = 0, textureFace = 0;
-    int64_t total() const { return vertex + texture + face + textureFace; }
-};
-
-// A table of `count` numbers, `rows` per column; a kind of record the file
-// does not have gives an empty (0 by 0) matrix, so "no texture table" is not
-// mistaken for a 2-row one. An incomplete last group is dropped.
-Eigen::MatrixXd tableFor(int64_t count, Eigen::Index rows) {
-    if (count == 0) return {};
-    return Eigen::MatrixXd(rows, static_cast<Eigen::Index>(count) / rows);
+// Start of the next token at or after p, or end.
+const char* skipSpaces(const char* p, const char* end) {
+    while (p < end && isSpace(*p)) ++p;
+    return p;
 }
 
-// Appends to a table's storage, ignoring what lies past its whole columns.
-struct TableFill {
-    explicit TableFill(Eigen::MatrixXd& table) : next(table.data()), end(next + table.size()) {}
-    void push(float value) {
-        if (next != end) *next++ = value;
-    }
-    double* next;
-    double* end;
-};
+// End of the token that contains p.
+const char* tokenEnd(const char* p, const char* end) {
+    while (p < end && !isSpace(*p)) ++p;
+    return p;
+}
+
+// Whether [token, end of text) starts with exactly `keyword` as a whole token.
+bool isKeyword(const char* token, const char* end, const char* keyword, size_t length) {
+    return static_cast<size_t>(end - token) >= length &&
+           std::memcmp(token, keyword, length) == 0 &&
+           (token + length == end || isSpace(token[length]));
+}
 
 }  // namespace
 
+// One pass over the bytes: each token is classified and converted where it
+// stands. The bound on the numbers is kept in the same pass: past it the
+// rest is only counted, for the message, and nothing more is stored.
 ObjMeshData parseObj(std::string_view text, const std::string& source) {
-    // First pass: count, so that every table is allocated once at its final
-    // size and a text with too many numbers is refused before allocating.
-    TableSizes sizes;
-    forEachDataToken(text, [&](Mode mode, const char* token, const char* end) {
-        if (mode == Mode::vertex) ++sizes.vertex;
-        if (mode == Mode::texture) ++sizes.texture;
-        if (mode != Mode::face) return;
-        ++sizes.face;
-        if (std::memchr(token, '/', static_cast<size_t>(end - token))) ++sizes.textureFace;
-    });
-    if (sizes.total() > kMaxObjNumbers)
-        throw InputRefused(source + ": " + std::to_string(sizes.total()) +
+    enum class Mode { none, vertex, texture, face };
+    TableValues vertices, texcoords, faces, textureFaces;
+    // A vertex line is at least 8 bytes for three numbers: enough room for a
+    // typical mesh without regrowing, never more than the bound allows.
+    const size_t guess =
+        std::min<size_t>(text.size() / 8 + 16, static_cast<size_t>(kMaxObjNumbers));
+    vertices.reserve(guess);
+    faces.reserve(guess);
+
+    int64_t numbers = 0;
+    Mode mode = Mode::none;
+    TableValues* values = nullptr;  // the table of the current mode
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while ((p = skipSpaces(p, end)) < end) {
+        const char first = *p;
+        if (first == 'v' || first == 'f') {
+            if (isKeyword(p, end, "v", 1)) {
+                mode = Mode::vertex, values = &vertices, p += 1;
+                continue;
+            }
+            if (isKeyword(p, end, "vt", 2)) {
+                mode = Mode::texture, values = &texcoords, p += 2;
+                continue;
+            }
+            if (isKeyword(p, end, "f", 1)) {
+                mode = Mode::face, values = &faces, p += 1;
+                continue;
+            }
+        }
+        if (mode == Mode::none) {
+            p = tokenEnd(p, end);
+            continue;
+        }
+        const char* stop = nullptr;
+        const float value = parseFloat(p, end, &stop);
+        if (++numbers > kMaxObjNumbers) {
+            const char* const next = tokenEnd(stop, end);
+            if (mode == Mode::face && std::memchr(stop, '/', static_cast<size_t>(next - stop)))
+                ++numbers;
+            p = next;
+            break;
+        }
+        values->push_back(value);
+        p = stop;
+        if (p == end || isSpace(*p)) continue;
+        // The token goes on past its number. A face corner a/b/c: a is the
+        // vertex, b (the number after the first '/') the texture entry.
+        const char* const next = tokenEnd(p, end);
+        if (mode == Mode::face)
+            if (const void* slash = std::memchr(p, '/', static_cast<size_t>(next - p))) {
+                const float texture = parseFloat(static_cast<const char*>(slash) + 1, next, &stop);
+                if (++numbers > kMaxObjNumbers) {
+                    p = next;
+                    break;
+                }
+                textureFaces.push_back(texture);
+            }
+        p = next;
+    }
+    if (numbers > kMaxObjNumbers) {
+        // Refused: the numbers of the rest of the text, counted as they would
+        // have been read, complete the message.
+        while ((p = skipSpaces(p, end)) < end) {
+            const char* const next = tokenEnd(p, end);
+            const auto length = static_cast<size_t>(next - p);
+            if (length == 1 && *p == 'v')
+                mode = Mode::vertex;
+            else if (length == 2 && p[0] == 'v' && p[1] == 't')
+                mode = Mode::texture;
+            else if (length == 1 && *p == 'f')
+                mode = Mode::face;
+            else if (mode != Mode::none)
+                numbers += 1 + (mode == Mode::face && std::memchr(p, '/', length) ? 1 : 0);
+            p = next;
+        }
+        throw InputRefused(source + ": " + std::to_string(numbers) +
                            " numbers, above the limit of " + std::to_string(kMaxObjNumbers));
+    }
 
     ObjMeshData mesh;
-    mesh.vertices = tableFor(sizes.vertex, 3);
-    mesh.texcoords = tableFor(sizes.texture, 2);
-    mesh.faces = tableFor(sizes.face, 3);
-    mesh.textureFaces = tableFor(sizes.textureFace, 3);
-    // Token 3k + r of a mode is row r of column k: column-major order.
-    TableFill vertices(mesh.vertices), texcoords(mesh.texcoords), faces(mesh.faces),
-        textureFaces(mesh.textureFaces);
-    const char* stop = nullptr;
-    forEachDataToken(text, [&](Mode mode, const char* token, const char* end) {
-        const float value = parseFloat(token, end, &stop);
-        if (mode == Mode::vertex) return vertices.push(value);
-        if (mode == Mode::texture) return texcoords.push(value);
-        // A face corner a/b/c: a is the vertex, b (the number after the
-        // first '/') the texture entry.
-        faces.push(value);
-        if (const void* slash = std::memchr(stop, '/', static_cast<size_t>(end - stop)))
-            textureFaces.push(parseFloat(static_cast<const char*>(slash) + 1, end, &stop));
-    });
+    mesh.vertices = tableOf(vertices, 3);
+    mesh.texcoords = tableOf(texcoords, 2);
+    mesh.faces = tableOf(faces, 3);
+    mesh.textureFaces = tableOf(textureFaces, 3);
     return mesh;
 }
 
