@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "io/digit_runs.h"
 #include "io/input_limits.h"
 #include "io/mesh_readers.h"
 
@@ -27,71 +28,99 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// Conversion of a token as `std::istringstream(token) >> float` does it: the
-// longest prefix of the form [+-]digits[.digits][(e|E)[+-]digits] is
-// converted, a failed extraction gives 0 and an overflow gives +-FLT_MAX. An
-// exponent marker without digits fails the whole extraction. `stop` receives
-// the end of the converted prefix.
-float parseFloat(const char* begin, const char* end, const char** stop) {
-    const char* p = begin;
-    bool negative = false;
-    if (p < end && (*p == '+' || *p == '-')) negative = *p++ == '-';
-    const char* mantissa = p;
-    // Digits gathered for the fast path: value = digits * 10^scale.
-    uint64_t digits = 0;
-    int digitCount = 0, scale = 0, exponentValue = 0;
-    while (p < end && isDigit(*p))
-        digits = digits * 10 + static_cast<unsigned>(*p++ - '0'), ++digitCount;
-    if (p < end && *p == '.') {
-        ++p;
-        while (p < end && isDigit(*p))
-            digits = digits * 10 + static_cast<unsigned>(*p++ - '0'), ++digitCount, --scale;
-    }
-    *stop = p;
-    if (digitCount == 0) return 0.0f;
-    if (p < end && (*p == 'e' || *p == 'E')) {
-        const char* exponent = p + 1;
-        bool negativeExponent = false;
-        if (exponent < end && (*exponent == '+' || *exponent == '-'))
-            negativeExponent = *exponent++ == '-';
-        if (exponent == end || !isDigit(*exponent)) return 0.0f;
-        while (exponent < end && isDigit(*exponent)) {
-            if (exponentValue < 10000) exponentValue = exponentValue * 10 + (*exponent - '0');
-            ++exponent;
-        }
-        scale += negativeExponent ? -exponentValue : exponentValue;
-        p = exponent;
-        *stop = p;
-    }
-    // Fast path: digits and 10^|scale| are exact doubles, so one multiply or
-    // divide rounds the value correctly to double. Narrowing that double to
-    // float is then correct too, unless it sits exactly halfway between two
-    // floats (the true value may lie on either side): that case, and the
-    // ranges where float is subnormal or overflows, take the exact path.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define MERIDIAN_NOINLINE __declspec(noinline)
+#else
+#define MERIDIAN_NOINLINE __attribute__((noinline))
+#endif
+
+// digits * 10^scale rounded to float, when one double operation gives it
+// exactly: digits and 10^|scale| are exact doubles, so one multiply or
+// divide rounds the value correctly to double. Narrowing that double to
+// float is then correct too, unless it sits exactly halfway between two
+// floats (the true value may lie on either side): that case, and the ranges
+// where float is subnormal or overflows, are left to the exact conversion.
+inline bool roundedByDouble(uint64_t digits, int digitCount, int scale, bool negative,
+                            float& value) {
     static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    if (digitCount <= 19 && digits <= (uint64_t{1} << 53) && scale >= -22 && scale <= 22) {
-        const double exact = scale < 0 ? static_cast<double>(digits) / kPowersOfTen[-scale]
-                                       : static_cast<double>(digits) * kPowersOfTen[scale];
-        if (exact == 0.0) return negative ? -0.0f : 0.0f;
-        uint64_t bits;
-        std::memcpy(&bits, &exact, sizeof bits);
-        const bool halfway = (bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28);
-        if (!halfway && exact >= FLT_MIN && exact <= FLT_MAX) {
-            const float value = static_cast<float>(exact);
-            return negative ? -value : value;
-        }
+    if (digitCount > 19 || digits > (uint64_t{1} << 53) || scale < -22 || scale > 22) return false;
+    const double exact = scale < 0 ? static_cast<double>(digits) / kPowersOfTen[-scale]
+                                   : static_cast<double>(digits) * kPowersOfTen[scale];
+    if (exact == 0.0) {
+        value = negative ? -0.0f : 0.0f;
+        return true;
     }
+    uint64_t bits;
+    std::memcpy(&bits, &exact, sizeof bits);
+    const bool halfway = (bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28);
+    if (halfway || !(exact >= FLT_MIN && exact <= FLT_MAX)) return false;
+    value = negative ? -static_cast<float>(exact) : static_cast<float>(exact);
+    return true;
+}
+
+// The correctly rounded float of [mantissa, end) (digits, point, exponent).
+MERIDIAN_NOINLINE float exactFloat(const char* mantissa, const char* end, bool negative) {
     float value = 0.0f;
-    if (std::from_chars(mantissa, p, value).ec != std::errc()) {
+    if (std::from_chars(mantissa, end, value).ec != std::errc()) {
         // Out of range: strtof gives the rounded subnormal or zero on
         // underflow; stream extraction turns an overflow into FLT_MAX.
-        const std::string text(mantissa, p);
+        const std::string text(mantissa, end);
         value = std::strtof(text.c_str(), nullptr);
         if (value > FLT_MAX) value = FLT_MAX;
     }
     return negative ? -value : value;
+}
+
+// parseFloat of a number with an exponent marker after its digits at `p`.
+MERIDIAN_NOINLINE float withExponent(const char* mantissa, const char* p, const char* end,
+                                     uint64_t digits, int digitCount, int scale, bool negative,
+                                     const char** stop) {
+    const char* exponent = p + 1;
+    bool negativeExponent = false;
+    if (exponent < end && (*exponent == '+' || *exponent == '-'))
+        negativeExponent = *exponent++ == '-';
+    if (exponent == end || !isDigit(*exponent)) return 0.0f;
+    int exponentValue = 0;
+    while (exponent < end && isDigit(*exponent)) {
+        if (exponentValue < 10000) exponentValue = exponentValue * 10 + (*exponent - '0');
+        ++exponent;
+    }
+    scale += negativeExponent ? -exponentValue : exponentValue;
+    *stop = exponent;
+    float value;
+    if (roundedByDouble(digits, digitCount, scale, negative, value)) return value;
+    return exactFloat(mantissa, exponent, negative);
+}
+
+// Conversion of a token as `std::istringstream(token) >> float` does it: the
+// longest prefix of the form [+-]digits[.digits][(e|E)[+-]digits] is
+// converted, a failed extraction gives 0 and an overflow gives +-FLT_MAX. An
+// exponent marker without digits fails the whole extraction. `stop` receives
+// the end of the converted prefix. Short decimals without an exponent, the
+// numbers of a mesh, take the inline path.
+inline float parseFloat(const char* begin, const char* end, const char** stop) {
+    const char* p = begin;
+    bool negative = false;
+    if (p < end && (*p == '+' || *p == '-')) negative = *p++ == '-';
+    const char* const mantissa = p;
+    // value = digits * 10^scale
+    uint64_t digits = 0;
+    int digitCount = 0, scale = 0;
+    p = readDigitRun(p, end, digits, digitCount);
+    if (p < end && *p == '.') {
+        const int before = digitCount;
+        p = readDigitRun(p + 1, end, digits, digitCount);
+        scale = before - digitCount;
+    }
+    *stop = p;
+    if (digitCount == 0) return 0.0f;
+    if (p < end && (*p == 'e' || *p == 'E'))
+        return withExponent(mantissa, p, end, digits, digitCount, scale, negative, stop);
+    float value;
+    if (roundedByDouble(digits, digitCount, scale, negative, value)) return value;
+    return exactFloat(mantissa, p, negative);
 }
 
 // The numbers of one table as parsed, before they are widened into it.
@@ -182,18 +211,29 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
         p = stop;
         if (p == end || isSpace(*p)) continue;
         // The token goes on past its number. A face corner a/b/c: a is the
-        // vertex, b (the number after the first '/') the texture entry.
-        const char* const next = tokenEnd(p, end);
-        if (mode == Mode::face)
-            if (const void* slash = std::memchr(p, '/', static_cast<size_t>(next - p))) {
-                const float texture = parseFloat(static_cast<const char*>(slash) + 1, next, &stop);
-                if (++numbers > kMaxObjNumbers) {
-                    p = next;
-                    break;
-                }
-                textureFaces.push_back(texture);
+        // vertex, b (the number after the first '/') the texture entry. The
+        // slash is nearly always right after a; b ends at the first blank,
+        // like the token, since no number holds one.
+        const char* slash = nullptr;
+        const char* next = nullptr;
+        if (mode == Mode::face) {
+            if (*p == '/') {
+                slash = p;
+            } else {
+                next = tokenEnd(p, end);
+                slash = static_cast<const char*>(std::memchr(p, '/', static_cast<size_t>(next - p)));
             }
-        p = next;
+        }
+        if (slash) {
+            const float texture = parseFloat(slash + 1, end, &stop);
+            if (!next) next = tokenEnd(stop, end);
+            if (++numbers > kMaxObjNumbers) {
+                p = next;
+                break;
+            }
+            textureFaces.push_back(texture);
+        }
+        p = next ? next : tokenEnd(p, end);
     }
     if (numbers > kMaxObjNumbers) {
         // Refused: the numbers of the rest of the text, counted as they would
