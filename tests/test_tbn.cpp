@@ -115,16 +115,16 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     km::matrixToPlanar(km::literal::framesFromAccumulator(accumulator), literalFrames.data());
 
     bool same = true;
-    for (auto kernel : {km::FrameKernel::scalar, km::FrameKernel::sse2, km::FrameKernel::avx}) {
-        if (!km::frameKernelAvailable(kernel)) continue;
+    for (const km::simd::Level level : km::simd::kLevels) {
+        if (!km::simd::levelAvailable(level)) continue;
         std::vector<double> sums(3 * n);
         std::vector<float> frames(9 * n);
-        km::accumulateNormalSums(topology, planar.data(), sums.data(), kernel);
-        km::writeVertexFrames(sums.data(), nullptr, n, frames.data(), kernel);
+        km::accumulateNormalSums(topology, planar.data(), sums.data(), level);
+        km::writeVertexFrames(sums.data(), nullptr, n, frames.data(), level);
         const bool sameSums =
             std::memcmp(sums.data(), literalSums.data(), sums.size() * sizeof(double)) == 0;
         if (!sameSums || !sameBits(frames, literalFrames)) {
-            ADD_FAILURE() << "kernel " << static_cast<int>(kernel)
+            ADD_FAILURE() << km::simd::levelName(level)
                           << (sameSums ? ": frames differ" : ": normal sums differ");
             same = false;
         }
