@@ -92,7 +92,9 @@ TEST(BlendshapeRowKernels, TheWidestLevelIsAvailableAndScalarAlwaysIs) {
     EXPECT_TRUE(simd::levelAvailable(simd::Level::scalar));
     EXPECT_TRUE(simd::levelAvailable(simd::widestLevel()));
     for (const simd::Level level : simd::kLevels) {
-        if (level > simd::widestLevel()) EXPECT_FALSE(simd::levelAvailable(level));
+        if (level > simd::widestLevel()) {
+            EXPECT_FALSE(simd::levelAvailable(level));
+        }
     }
 #if defined(__x86_64__) || defined(_M_X64)
     EXPECT_TRUE(simd::levelAvailable(simd::Level::sse2));

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "headswap/blend_kernels.h"
+
 namespace kestrel::meridian {
 
 namespace {
@@ -50,19 +52,21 @@ void CHeadConverter::composeSwapMap() {
             sources_[j] = templateToHead_.pairSources[static_cast<size_t>(headVertex[j])];
         return;
     }
+    // Corner k of output j at k * count + j: each of the six lists is read
+    // front to back, a vector of outputs at a time.
     sources_.resize(3 * count);
     weights_.resize(3 * count);
     for (size_t j = 0; j < count; ++j) {
         const auto entry = 3 * static_cast<size_t>(headVertex[j]);
         for (size_t k = 0; k < 3; ++k) {
-            sources_[3 * j + k] = templateToHead_.triangles[entry + k];
-            weights_[3 * j + k] = templateToHead_.weights[entry + k];
+            sources_[k * count + j] = templateToHead_.triangles[entry + k];
+            weights_[k * count + j] = templateToHead_.weights[entry + k];
         }
     }
 }
 
 void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,
-                          Eigen::Ref<PlanarVertices> head) const {
+                          Eigen::Ref<PlanarVertices> head, simd::Level level) const {
     const Eigen::Index count = engineVertexCount();
     if (!headToEngine_.isPairForm() || count == 0) {
         const Eigen::Matrix3Xd onHead = applyCorrespondence(templateToHead_, face.cast<double>());
@@ -86,18 +90,31 @@ void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,
     }
     // w0*a + w1*b + w2*c in double, added left to right, then narrowed: the
     // arithmetic of resampling onto the head first.
-    const double* weight = weights_.data();
-    for (Eigen::Index j = 0; j < count; ++j, source += 3, weight += 3) {
-        const int32_t a = source[0], b = source[1], c = source[2];
-        const double w0 = weight[0], w1 = weight[1], w2 = weight[2];
-        for (int r = 0; r < 3; ++r) {
-            const float* row = in[r];
-            const double blended = w0 * static_cast<double>(row[a]) +
-                                   w1 * static_cast<double>(row[b]) +
-                                   w2 * static_cast<double>(row[c]);
-            out[r][j] = static_cast<float>(blended);
-        }
+    const auto n = static_cast<size_t>(count);
+    const headswap::BlendMap map{{source, source + n, source + 2 * n},
+                                 {weights_.data(), weights_.data() + n, weights_.data() + 2 * n},
+                                 count};
+    const headswap::PlanarRows rows{{in[0], in[1], in[2]}, 1, {out[0], out[1], out[2]}};
+    ptrdiff_t j = 0;
+    switch (level) {
+#if MERIDIAN_SIMD_X86
+        case simd::Level::sse2:
+            j = headswap::blendVerticesSse2(map, rows);
+            break;
+        case simd::Level::avx:
+            j = headswap::blendVerticesAvx(map, rows);
+            break;
+        case simd::Level::avx2:
+            j = headswap::blendVerticesAvx2(map, rows);
+            break;
+        case simd::Level::avx512:
+            j = headswap::blendVerticesAvx512(map, rows);
+            break;
+#endif
+        default:
+            break;
     }
+    for (; j < count; ++j) headswap::blendVertex(map, rows, j);
 }
 
 }  // namespace kestrel::meridian

@@ -9,6 +9,7 @@
 #include <Eigen/Core>
 
 #include "io/correspondence.h"
+#include "simd/simd_level.h"
 
 namespace kestrel::meridian {
 
@@ -34,7 +35,10 @@ class CHeadConverter {
     /// vertex or w0*a + w1*b + w2*c of a face triangle.
     /// @param face  3 by 20481 template vertices
     /// @param head  3 by engineVertexCount(), written
-    void swap(const Eigen::Ref<const PlanarVertices>& face, Eigen::Ref<PlanarVertices> head) const;
+    /// @param level instruction set of the blend (must be available); every
+    ///              level gives the same bits
+    void swap(const Eigen::Ref<const PlanarVertices>& face, Eigen::Ref<PlanarVertices> head,
+              simd::Level level = simd::widestLevel()) const;
 
     /// Number of output vertices (entries of "idx_head2ue4.corresp").
     Eigen::Index engineVertexCount() const {
@@ -52,8 +56,9 @@ class CHeadConverter {
     Correspondence templateToHead_;
     Correspondence headToEngine_;
     /// Output vertex j copies face vertex sources_[j] (pair-form head), or
-    /// blends face vertices sources_[3j .. 3j + 2] with weights_[3j .. 3j + 2]
-    /// (weighted head). Empty when the engine order is itself weighted.
+    /// blends face vertices sources_[k * N + j] with weights_[k * N + j],
+    /// k = 0, 1, 2, for N output vertices (weighted head). Empty when the
+    /// engine order is itself weighted.
     std::vector<int32_t> sources_;
     std::vector<double> weights_;
 };

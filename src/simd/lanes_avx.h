@@ -46,10 +46,10 @@ struct AvxDoubles {
                              base[scale * index[2 * indexStride]],
                              base[scale * index[indexStride]], base[scale * index[0]]);
     }
-    /// Lane k from base[index[k]], widened from float.
-    static Vector gatherFloats(const float* base, const int32_t* index) {
-        return _mm256_cvtps_pd(
-            _mm_set_ps(base[index[3]], base[index[2]], base[index[1]], base[index[0]]));
+    /// Lane k from base[stride * index[k]], widened from float.
+    static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
+        return _mm256_cvtps_pd(_mm_set_ps(base[stride * index[3]], base[stride * index[2]],
+                                          base[stride * index[1]], base[stride * index[0]]));
     }
     /// Lanes narrowed to float, to out[0 .. kLanes - 1].
     static void storeFloats(float* out, Vector v) { _mm_storeu_ps(out, _mm256_cvtpd_ps(v)); }
@@ -73,9 +73,10 @@ struct Avx2Doubles : AvxDoubles {
             scale == 1 ? lanes : _mm_mullo_epi32(lanes, _mm_set1_epi32(static_cast<int>(scale)));
         return _mm256_i32gather_pd(base, scaled, 8);
     }
-    static Vector gatherFloats(const float* base, const int32_t* index) {
-        return _mm256_cvtps_pd(
-            _mm_i32gather_ps(base, _mm_loadu_si128(reinterpret_cast<const __m128i*>(index)), 4));
+    static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
+        const __m128i lanes = _mm_mullo_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(index)),
+                                              _mm_set1_epi32(static_cast<int>(stride)));
+        return _mm256_cvtps_pd(_mm_i32gather_ps(base, lanes, 4));
     }
 };
 #endif

@@ -63,10 +63,12 @@ struct Avx512Doubles {
                        : _mm256_mullo_epi32(lanes, _mm256_set1_epi32(static_cast<int>(scale)));
         return _mm512_i32gather_pd(scaled, base, 8);
     }
-    /// Lane k from base[index[k]], widened from float.
-    static Vector gatherFloats(const float* base, const int32_t* index) {
-        return _mm512_cvtps_pd(_mm256_i32gather_ps(
-            base, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(index)), 4));
+    /// Lane k from base[stride * index[k]], widened from float.
+    static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
+        const __m256i lanes =
+            _mm256_mullo_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(index)),
+                               _mm256_set1_epi32(static_cast<int>(stride)));
+        return _mm512_cvtps_pd(_mm256_i32gather_ps(base, lanes, 4));
     }
     /// Lanes narrowed to float, to out[0 .. kLanes - 1].
     static void storeFloats(float* out, Vector v) {

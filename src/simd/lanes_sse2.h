@@ -45,9 +45,9 @@ struct Sse2Doubles {
         return _mm_loadh_pd(_mm_load_sd(base + scale * index[0]),
                             base + scale * index[indexStride]);
     }
-    /// Lane k from base[index[k]], widened from float.
-    static Vector gatherFloats(const float* base, const int32_t* index) {
-        return _mm_set_pd(base[index[1]], base[index[0]]);
+    /// Lane k from base[stride * index[k]], widened from float.
+    static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
+        return _mm_set_pd(base[stride * index[1]], base[stride * index[0]]);
     }
     /// Lanes narrowed to float, to out[0 .. kLanes - 1].
     static void storeFloats(float* out, Vector v) {

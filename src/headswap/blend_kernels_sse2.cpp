@@ -1,0 +1,17 @@
+// The head swap's blend two vertices at a time (SSE2). This file alone is built for
+// its instruction set (see CMakeLists.txt); the library calls it only where
+// the processor has it.
+#if defined(__SSE2__)
+
+#include "simd/lanes_sse2.h"
+#include "headswap/blend_kernels_wide.h"
+
+namespace kestrel::meridian::headswap {
+
+ptrdiff_t blendVerticesSse2(const BlendMap& map, const PlanarRows& rows) {
+    return blendVerticesWide<Sse2Doubles>(map, rows);
+}
+
+}  // namespace kestrel::meridian::headswap
+
+#endif
