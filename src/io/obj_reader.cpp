@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,12 @@ inline bool roundedByDouble(uint64_t digits, int digitCount, int scale, bool neg
     static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (scale == 0 && digits <= (uint64_t{1} << 24)) {
+        // A whole number a float holds exactly (face indices): no rounding.
+        const auto whole = static_cast<float>(digits);
+        value = negative ? -whole : whole;
+        return digitCount <= 19;
+    }
     if (digitCount > 19 || digits > (uint64_t{1} << 53) || scale < -22 || scale > 22) return false;
     const double exact = scale < 0 ? static_cast<double>(digits) / kPowersOfTen[-scale]
                                    : static_cast<double>(digits) * kPowersOfTen[scale];
@@ -124,18 +131,59 @@ inline float parseFloat(const char* begin, const char* end, const char** stop) {
 }
 
 // The numbers of one table as parsed, before they are widened into it.
-using TableValues = std::vector<float>;
+struct TableValues {
+    std::unique_ptr<float[]> data;  // uninitialised beyond `used`
+    size_t capacity = 0;
+    size_t used = 0;
+};
+
+// Where numbers of one table go. The parse loop keeps its cursors in locals
+// and passes them by value, so they stay in registers: a number is stored
+// without a round trip through memory for the table's end.
+struct Cursor {
+    TableValues* table;
+    float* next;
+    float* end;
+};
+
+Cursor cursorAt(TableValues* table) {
+    float* data = table->data.get();
+    return {table, data + table->used, data + table->capacity};
+}
+
+// Records the cursor's position in its table.
+void settle(const Cursor& cursor) {
+    cursor.table->used = static_cast<size_t>(cursor.next - cursor.table->data.get());
+}
+
+// The cursor of a full table after doubling its storage.
+MERIDIAN_NOINLINE Cursor grown(Cursor cursor) {
+    settle(cursor);
+    TableValues& table = *cursor.table;
+    const size_t capacity = std::max<size_t>(2 * table.capacity, 4096);
+    std::unique_ptr<float[]> data(new float[capacity]);
+    if (table.used) std::memcpy(data.get(), table.data.get(), table.used * sizeof(float));
+    table.data = std::move(data);
+    table.capacity = capacity;
+    return cursorAt(&table);
+}
+
+void push(Cursor& cursor, float value) {
+    if (cursor.next == cursor.end) cursor = grown(cursor);
+    *cursor.next++ = value;
+}
 
 // A table of rows by (values / rows), widened from the parsed floats; a kind
 // of record the file does not have gives an empty (0 by 0) matrix, so "no
 // texture table" is not mistaken for a 2-row one. An incomplete last group
 // is dropped.
 Eigen::MatrixXd tableOf(const TableValues& values, Eigen::Index rows) {
-    if (values.empty()) return {};
-    Eigen::MatrixXd table(rows, static_cast<Eigen::Index>(values.size()) / rows);
+    if (values.used == 0) return {};
+    Eigen::MatrixXd table(rows, static_cast<Eigen::Index>(values.used) / rows);
     // Value 3k + r of a mode is row r of column k: column-major order.
     double* out = table.data();
-    for (Eigen::Index i = 0; i < table.size(); ++i) out[i] = values[static_cast<size_t>(i)];
+    const float* in = values.data.get();
+    for (Eigen::Index i = 0; i < table.size(); ++i) out[i] = in[i];
     return table;
 }
 
@@ -166,31 +214,30 @@ bool isKeyword(const char* token, const char* end, const char* keyword, size_t l
 ObjMeshData parseObj(std::string_view text, const std::string& source) {
     enum class Mode { none, vertex, texture, face };
     TableValues vertices, texcoords, faces, textureFaces;
-    // A vertex line is at least 8 bytes for three numbers: enough room for a
-    // typical mesh without regrowing, never more than the bound allows.
-    const size_t guess =
-        std::min<size_t>(text.size() / 8 + 16, static_cast<size_t>(kMaxObjNumbers));
-    vertices.reserve(guess);
-    faces.reserve(guess);
+    Cursor values{nullptr, nullptr, nullptr};  // the table of the current mode
+    Cursor textures = cursorAt(&textureFaces);
+    const auto switchTo = [&](TableValues* table) {
+        if (values.table) settle(values);
+        values = cursorAt(table);
+    };
 
     int64_t numbers = 0;
     Mode mode = Mode::none;
-    TableValues* values = nullptr;  // the table of the current mode
     const char* p = text.data();
     const char* const end = p + text.size();
     while ((p = skipSpaces(p, end)) < end) {
         const char first = *p;
         if (first == 'v' || first == 'f') {
             if (isKeyword(p, end, "v", 1)) {
-                mode = Mode::vertex, values = &vertices, p += 1;
+                mode = Mode::vertex, switchTo(&vertices), p += 1;
                 continue;
             }
             if (isKeyword(p, end, "vt", 2)) {
-                mode = Mode::texture, values = &texcoords, p += 2;
+                mode = Mode::texture, switchTo(&texcoords), p += 2;
                 continue;
             }
             if (isKeyword(p, end, "f", 1)) {
-                mode = Mode::face, values = &faces, p += 1;
+                mode = Mode::face, switchTo(&faces), p += 1;
                 continue;
             }
         }
@@ -207,7 +254,7 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
             p = next;
             break;
         }
-        values->push_back(value);
+        push(values, value);
         p = stop;
         if (p == end || isSpace(*p)) continue;
         // The token goes on past its number. A face corner a/b/c: a is the
@@ -231,7 +278,7 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
                 p = next;
                 break;
             }
-            textureFaces.push_back(texture);
+            push(textures, texture);
         }
         p = next ? next : tokenEnd(p, end);
     }
@@ -255,6 +302,8 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
                            " numbers, above the limit of " + std::to_string(kMaxObjNumbers));
     }
 
+    if (values.table) settle(values);
+    settle(textures);
     ObjMeshData mesh;
     mesh.vertices = tableOf(vertices, 3);
     mesh.texcoords = tableOf(texcoords, 2);
@@ -268,7 +317,9 @@ ObjMeshData parseObj(std::string_view text) {
 }
 
 ObjMeshData readObj(const std::string& path) {
-    std::string text;
+    // Uninitialised storage: the read fills it, there is no need to clear it first.
+    std::unique_ptr<char[]> buffer;
+    size_t length = 0;
     if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
         const auto close = [file] { std::fclose(file); };
         if (std::fseek(file, 0, SEEK_END) == 0) {
@@ -280,13 +331,13 @@ ObjMeshData readObj(const std::string& path) {
                                    std::to_string(kMaxObjFileBytes) + " for an OBJ");
             }
             if (size > 0 && std::fseek(file, 0, SEEK_SET) == 0) {
-                text.resize(static_cast<size_t>(size));
-                text.resize(std::fread(text.data(), 1, text.size(), file));
+                buffer.reset(new char[static_cast<size_t>(size)]);
+                length = std::fread(buffer.get(), 1, static_cast<size_t>(size), file);
             }
         }
         close();
     }
-    return parseObj(text, path);
+    return parseObj(std::string_view(buffer.get(), length), path);
 }
 
 }  // namespace kestrel::meridian
