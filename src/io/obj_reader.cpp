@@ -15,6 +15,7 @@
 #include "io/digit_runs.h"
 #include "io/input_limits.h"
 #include "io/mesh_readers.h"
+#include "io/token_starts.h"
 
 namespace kestrel::meridian {
 
@@ -48,13 +49,14 @@ inline bool roundedByDouble(uint64_t digits, int digitCount, int scale, bool neg
                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     if (scale == 0 && digits <= (uint64_t{1} << 24)) {
         // A whole number a float holds exactly (face indices): no rounding.
-        const auto whole = static_cast<float>(digits);
+        // (Converted from a signed integer: one instruction, unlike unsigned.)
+        const auto whole = static_cast<float>(static_cast<int32_t>(digits));
         value = negative ? -whole : whole;
         return digitCount <= 19;
     }
     if (digitCount > 19 || digits > (uint64_t{1} << 53) || scale < -22 || scale > 22) return false;
-    const double exact = scale < 0 ? static_cast<double>(digits) / kPowersOfTen[-scale]
-                                   : static_cast<double>(digits) * kPowersOfTen[scale];
+    const auto whole = static_cast<double>(static_cast<int64_t>(digits));
+    const double exact = scale < 0 ? whole / kPowersOfTen[-scale] : whole * kPowersOfTen[scale];
     if (exact == 0.0) {
         value = negative ? -0.0f : 0.0f;
         return true;
@@ -187,12 +189,6 @@ Eigen::MatrixXd tableOf(const TableValues& values, Eigen::Index rows) {
     return table;
 }
 
-// Start of the next token at or after p, or end.
-const char* skipSpaces(const char* p, const char* end) {
-    while (p < end && isSpace(*p)) ++p;
-    return p;
-}
-
 // End of the token that contains p.
 const char* tokenEnd(const char* p, const char* end) {
     while (p < end && !isSpace(*p)) ++p;
@@ -209,8 +205,7 @@ bool isKeyword(const char* token, const char* end, const char* keyword, size_t l
 }  // namespace
 
 // One pass over the bytes: each token is classified and converted where it
-// stands. The bound on the numbers is kept in the same pass: past it the
-// rest is only counted, for the message, and nothing more is stored.
+// stands. The bound on the numbers is kept in the same pass.
 ObjMeshData parseObj(std::string_view text, const std::string& source) {
     enum class Mode { none, vertex, texture, face };
     TableValues vertices, texcoords, faces, textureFaces;
@@ -221,86 +216,48 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
         values = cursorAt(table);
     };
 
+    // Past the bound numbers are still counted, for the message, but no
+    // longer stored.
     int64_t numbers = 0;
     Mode mode = Mode::none;
-    const char* p = text.data();
-    const char* const end = p + text.size();
-    while ((p = skipSpaces(p, end)) < end) {
+    const char* const end = text.data() + text.size();
+    TokenStarts tokens(text.data(), text.size());
+    while (const char* p = tokens.next()) {
         const char first = *p;
         if (first == 'v' || first == 'f') {
             if (isKeyword(p, end, "v", 1)) {
-                mode = Mode::vertex, switchTo(&vertices), p += 1;
+                mode = Mode::vertex, switchTo(&vertices);
                 continue;
             }
             if (isKeyword(p, end, "vt", 2)) {
-                mode = Mode::texture, switchTo(&texcoords), p += 2;
+                mode = Mode::texture, switchTo(&texcoords);
                 continue;
             }
             if (isKeyword(p, end, "f", 1)) {
-                mode = Mode::face, switchTo(&faces), p += 1;
+                mode = Mode::face, switchTo(&faces);
                 continue;
             }
         }
-        if (mode == Mode::none) {
-            p = tokenEnd(p, end);
-            continue;
-        }
+        if (mode == Mode::none) continue;
         const char* stop = nullptr;
         const float value = parseFloat(p, end, &stop);
-        if (++numbers > kMaxObjNumbers) {
-            const char* const next = tokenEnd(stop, end);
-            if (mode == Mode::face && std::memchr(stop, '/', static_cast<size_t>(next - stop)))
-                ++numbers;
-            p = next;
-            break;
-        }
-        push(values, value);
-        p = stop;
-        if (p == end || isSpace(*p)) continue;
-        // The token goes on past its number. A face corner a/b/c: a is the
-        // vertex, b (the number after the first '/') the texture entry. The
-        // slash is nearly always right after a; b ends at the first blank,
-        // like the token, since no number holds one.
-        const char* slash = nullptr;
-        const char* next = nullptr;
-        if (mode == Mode::face) {
-            if (*p == '/') {
-                slash = p;
-            } else {
-                next = tokenEnd(p, end);
-                slash = static_cast<const char*>(std::memchr(p, '/', static_cast<size_t>(next - p)));
-            }
-        }
-        if (slash) {
-            const float texture = parseFloat(slash + 1, end, &stop);
-            if (!next) next = tokenEnd(stop, end);
-            if (++numbers > kMaxObjNumbers) {
-                p = next;
-                break;
-            }
-            push(textures, texture);
-        }
-        p = next ? next : tokenEnd(p, end);
+        if (++numbers <= kMaxObjNumbers) push(values, value);
+        if (mode != Mode::face || stop == end || isSpace(*stop)) continue;
+        // A face corner a/b/c: a is the vertex, b (the number after the first
+        // '/') the texture entry. The slash is nearly always right after a;
+        // b ends at the first blank, like the token, since no number holds
+        // one.
+        const char* slash = stop;
+        if (*stop != '/')
+            slash = static_cast<const char*>(
+                std::memchr(stop, '/', static_cast<size_t>(tokenEnd(stop, end) - stop)));
+        if (!slash) continue;
+        const float texture = parseFloat(slash + 1, end, &stop);
+        if (++numbers <= kMaxObjNumbers) push(textures, texture);
     }
-    if (numbers > kMaxObjNumbers) {
-        // Refused: the numbers of the rest of the text, counted as they would
-        // have been read, complete the message.
-        while ((p = skipSpaces(p, end)) < end) {
-            const char* const next = tokenEnd(p, end);
-            const auto length = static_cast<size_t>(next - p);
-            if (length == 1 && *p == 'v')
-                mode = Mode::vertex;
-            else if (length == 2 && p[0] == 'v' && p[1] == 't')
-                mode = Mode::texture;
-            else if (length == 1 && *p == 'f')
-                mode = Mode::face;
-            else if (mode != Mode::none)
-                numbers += 1 + (mode == Mode::face && std::memchr(p, '/', length) ? 1 : 0);
-            p = next;
-        }
+    if (numbers > kMaxObjNumbers)
         throw InputRefused(source + ": " + std::to_string(numbers) +
                            " numbers, above the limit of " + std::to_string(kMaxObjNumbers));
-    }
 
     if (values.table) settle(values);
     settle(textures);
