@@ -139,6 +139,45 @@ struct TableValues {
     size_t used = 0;
 };
 
+// Storage a thread keeps from one read to the next, so that reading meshes
+// again and again (inits, benchmarks) does not fault in fresh pages each
+// time. Anything larger than this is given back after the read.
+constexpr size_t kKeptScratchBytes = size_t{16} << 20;
+
+// The thread's staging tables, emptied; bigger than kKeptScratchBytes they
+// are released when the guard goes.
+struct StagingTables {
+    StagingTables() {
+        for (TableValues& table : tables) table.used = 0;
+    }
+    ~StagingTables() {
+        for (TableValues& table : tables)
+            if (table.capacity * sizeof(float) > kKeptScratchBytes) table = TableValues{};
+    }
+    StagingTables(const StagingTables&) = delete;
+    StagingTables& operator=(const StagingTables&) = delete;
+    static thread_local TableValues tables[4];
+};
+thread_local TableValues StagingTables::tables[4];
+
+// The thread's buffer for file text, likewise kept between reads.
+struct TextBuffer {
+    char* reserve(size_t bytes) {
+        if (bytes > capacity) {
+            data.reset();
+            data.reset(new char[bytes]);
+            capacity = bytes;
+        }
+        return data.get();
+    }
+    void release() {
+        data.reset();
+        capacity = 0;
+    }
+    std::unique_ptr<char[]> data;
+    size_t capacity = 0;
+};
+
 // Where numbers of one table go. The parse loop keeps its cursors in locals
 // and passes them by value, so they stay in registers: a number is stored
 // without a round trip through memory for the table's end.
@@ -208,7 +247,11 @@ bool isKeyword(const char* token, const char* end, const char* keyword, size_t l
 // stands. The bound on the numbers is kept in the same pass.
 ObjMeshData parseObj(std::string_view text, const std::string& source) {
     enum class Mode { none, vertex, texture, face };
-    TableValues vertices, texcoords, faces, textureFaces;
+    StagingTables staging;
+    TableValues& vertices = staging.tables[0];
+    TableValues& texcoords = staging.tables[1];
+    TableValues& faces = staging.tables[2];
+    TableValues& textureFaces = staging.tables[3];
     Cursor values{nullptr, nullptr, nullptr};  // the table of the current mode
     Cursor textures = cursorAt(&textureFaces);
     const auto switchTo = [&](TableValues* table) {
@@ -274,8 +317,15 @@ ObjMeshData parseObj(std::string_view text) {
 }
 
 ObjMeshData readObj(const std::string& path) {
-    // Uninitialised storage: the read fills it, there is no need to clear it first.
-    std::unique_ptr<char[]> buffer;
+    // Uninitialised storage: the read fills it, there is no need to clear it
+    // first.
+    thread_local TextBuffer kept;
+    struct Release {
+        ~Release() {
+            if (kept.capacity > kKeptScratchBytes) kept.release();
+        }
+    } release;
+    const char* text = nullptr;
     size_t length = 0;
     if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
         const auto close = [file] { std::fclose(file); };
@@ -288,13 +338,14 @@ ObjMeshData readObj(const std::string& path) {
                                    std::to_string(kMaxObjFileBytes) + " for an OBJ");
             }
             if (size > 0 && std::fseek(file, 0, SEEK_SET) == 0) {
-                buffer.reset(new char[static_cast<size_t>(size)]);
-                length = std::fread(buffer.get(), 1, static_cast<size_t>(size), file);
+                char* buffer = kept.reserve(static_cast<size_t>(size));
+                length = std::fread(buffer, 1, static_cast<size_t>(size), file);
+                text = buffer;
             }
         }
         close();
     }
-    return parseObj(std::string_view(buffer.get(), length), path);
+    return parseObj(std::string_view(text, length), path);
 }
 
 }  // namespace kestrel::meridian
