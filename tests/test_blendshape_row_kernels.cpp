@@ -56,7 +56,7 @@ TEST(BlendshapeRowKernels, EveryInstructionSetSumsInTheDocumentedOrder) {
         int rows, cols;
         bool special;
     };
-    const Shape shapes[] = {{5, 0, false},  {7, 3, false},    {9, 8, false},
+    const Shape shapes[] = {{5, 0, false},   {7, 3, false},   {9, 8, false},
                             {13, 21, false}, {33, 64, false}, {17, 99, true}};
     for (const Shape& shape : shapes) {
         SCOPED_TRACE(testing::Message() << shape.rows << " x " << shape.cols);
@@ -78,8 +78,7 @@ TEST(BlendshapeRowKernels, EveryInstructionSetSumsInTheDocumentedOrder) {
             SCOPED_TRACE(simd::levelName(level));
             std::vector<double> products(static_cast<size_t>(shape.rows), -1.0);
             std::vector<double> sum(static_cast<size_t>(shape.cols), -1.0);
-            bs::multiplyRows(rows.data(), shape.rows, shape.cols, x.data(), products.data(),
-                             level);
+            bs::multiplyRows(rows.data(), shape.rows, shape.cols, x.data(), products.data(), level);
             bs::weightedRowSum(rows.data(), shape.rows, shape.cols, weight.data(), sum.data(),
                                level);
             EXPECT_TRUE(sameBits(products, expectedProducts));

@@ -134,8 +134,8 @@ TEST_F(HeadSwap, EveryInstructionSetMatchesTheTwoStepResamplingBitForBit) {
     const Eigen::Index n = converter.engineVertexCount();
     ASSERT_EQ(n % 2, 1);  // every width leaves a remainder
 
-    const Eigen::Matrix3Xd onHead =
-        km::applyCorrespondence(converter.templateToHead(), km::planarToVertices(face.data(), kTemplate));
+    const Eigen::Matrix3Xd onHead = km::applyCorrespondence(
+        converter.templateToHead(), km::planarToVertices(face.data(), kTemplate));
     std::vector<float> expected(3 * static_cast<size_t>(n));
     km::matrixToPlanar(km::applyCorrespondence(converter.headToEngine(), onHead), expected.data());
     for (const km::simd::Level level : km::simd::kLevels) {

@@ -136,8 +136,8 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
         km::writeVertexFrames(sums.data(), pick.data(), picked, pickedFrames.data(), level);
         const bool sameSums =
             std::memcmp(sums.data(), literalSums.data(), sums.size() * sizeof(double)) == 0;
-        const char* fault = !sameSums                             ? ": normal sums differ"
-                            : !sameBits(frames, literalFrames)     ? ": frames differ"
+        const char* fault = !sameSums                                ? ": normal sums differ"
+                            : !sameBits(frames, literalFrames)       ? ": frames differ"
                             : !sameBits(pickedFrames, literalPicked) ? ": picked frames differ"
                                                                      : nullptr;
         if (fault) {

@@ -51,8 +51,8 @@ void multiplyRows(const double* rows, Index count, Index cols, const double* x, 
     }
 }
 
-void weightedRowSum(const double* rows, Index count, Index cols, const double* weight,
-                    double* sum, simd::Level level) {
+void weightedRowSum(const double* rows, Index count, Index cols, const double* weight, double* sum,
+                    simd::Level level) {
     std::fill(sum, sum + cols, 0.0);
     switch (level) {
 #if MERIDIAN_SIMD_X86

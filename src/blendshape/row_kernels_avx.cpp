@@ -10,12 +10,12 @@
 namespace kestrel::meridian::blendshape::kernels {
 
 void multiplyRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                      double* y) {
+                     double* y) {
     multiplyRowsWide<AvxDoubles>(rows, count, cols, x, y);
 }
 
-void addWeightedRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum) {
+void addWeightedRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                        double* sum) {
     addWeightedRowsWide<AvxDoubles>(rows, count, cols, weight, sum);
 }
 

@@ -14,8 +14,8 @@ void multiplyRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const
     multiplyRowsWide<Avx2Doubles>(rows, count, cols, x, y);
 }
 
-void addWeightedRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum) {
+void addWeightedRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum) {
     addWeightedRowsWide<Avx2Doubles>(rows, count, cols, weight, sum);
 }
 

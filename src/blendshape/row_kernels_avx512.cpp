@@ -10,12 +10,12 @@
 namespace kestrel::meridian::blendshape::kernels {
 
 void multiplyRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                      double* y) {
+                        double* y) {
     multiplyRowsWide<Avx512Doubles>(rows, count, cols, x, y);
 }
 
 void addWeightedRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum) {
+                           const double* weight, double* sum) {
     addWeightedRowsWide<Avx512Doubles>(rows, count, cols, weight, sum);
 }
 

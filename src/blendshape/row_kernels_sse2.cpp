@@ -14,8 +14,8 @@ void multiplyRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const
     multiplyRowsWide<Sse2Doubles>(rows, count, cols, x, y);
 }
 
-void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum) {
+void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum) {
     addWeightedRowsWide<Sse2Doubles>(rows, count, cols, weight, sum);
 }
 

@@ -18,12 +18,12 @@ void multiplyRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const
                       double* y);
 void multiplyRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
                         double* y);
-void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum);
+void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum);
 void addWeightedRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
                         double* sum);
-void addWeightedRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum);
+void addWeightedRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum);
 void addWeightedRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols,
                            const double* weight, double* sum);
 
@@ -46,8 +46,8 @@ void multiplyRowsWide(const double* rows, ptrdiff_t count, ptrdiff_t cols, const
         ptrdiff_t c = 0;
         for (; c + 8 <= cols; c += 8)
             for (int v = 0; v < kVectors; ++v)
-                s[v] = L::add(s[v], L::mul(L::load(a + c + v * L::kLanes),
-                                           L::load(x + c + v * L::kLanes)));
+                s[v] = L::add(
+                    s[v], L::mul(L::load(a + c + v * L::kLanes), L::load(x + c + v * L::kLanes)));
         double partial[8];
         for (int v = 0; v < kVectors; ++v) L::store(partial + v * L::kLanes, s[v]);
         double sum = ((partial[0] + partial[2]) + (partial[4] + partial[6])) +
@@ -58,8 +58,8 @@ void multiplyRowsWide(const double* rows, ptrdiff_t count, ptrdiff_t cols, const
 }
 
 template <typename L>
-void addWeightedRowsWide(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                         const double* weight, double* sum) {
+void addWeightedRowsWide(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum) {
     for (ptrdiff_t r = 0; r < count; ++r) {
         const double* a = rows + r * cols;
         const typename L::Vector w = L::broadcast(weight[r]);

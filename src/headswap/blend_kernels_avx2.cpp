@@ -3,8 +3,8 @@
 // the processor has it.
 #if defined(__AVX2__)
 
-#include "simd/lanes_avx.h"
 #include "headswap/blend_kernels_wide.h"
+#include "simd/lanes_avx.h"
 
 namespace kestrel::meridian::headswap {
 

@@ -3,8 +3,8 @@
 // the processor has it.
 #if defined(__AVX512F__)
 
-#include "simd/lanes_avx512.h"
 #include "headswap/blend_kernels_wide.h"
+#include "simd/lanes_avx512.h"
 
 namespace kestrel::meridian::headswap {
 

@@ -3,8 +3,8 @@
 // the processor has it.
 #if defined(__SSE2__)
 
-#include "simd/lanes_sse2.h"
 #include "headswap/blend_kernels_wide.h"
+#include "simd/lanes_sse2.h"
 
 namespace kestrel::meridian::headswap {
 

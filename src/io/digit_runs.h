@@ -22,7 +22,7 @@ namespace kestrel::meridian {
 
 /// 10^k for k = 0..8.
 inline constexpr uint64_t kDigitRunScales[] = {1,      10,      100,      1000,     10000,
-                                            100000, 1000000, 10000000, 100000000};
+                                               100000, 1000000, 10000000, 100000000};
 
 /// Index of the lowest set bit of a nonzero word.
 inline int lowestSetBit(uint64_t word) {

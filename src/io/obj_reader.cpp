@@ -236,8 +236,7 @@ const char* tokenEnd(const char* p, const char* end) {
 
 // Whether [token, end of text) starts with exactly `keyword` as a whole token.
 bool isKeyword(const char* token, const char* end, const char* keyword, size_t length) {
-    return static_cast<size_t>(end - token) >= length &&
-           std::memcmp(token, keyword, length) == 0 &&
+    return static_cast<size_t>(end - token) >= length && std::memcmp(token, keyword, length) == 0 &&
            (token + length == end || isSpace(token[length]));
 }
 

@@ -61,7 +61,8 @@ class TokenStarts {
             const __m128i control = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8(8)),
                                                   _mm_cmplt_epi8(bytes, _mm_set1_epi8(14)));
             const __m128i blank = _mm_or_si128(control, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')));
-            mask |= static_cast<uint64_t>(static_cast<uint16_t>(_mm_movemask_epi8(blank))) << (16 * k);
+            mask |= static_cast<uint64_t>(static_cast<uint16_t>(_mm_movemask_epi8(blank)))
+                    << (16 * k);
         }
         return mask;
 #else

@@ -43,8 +43,8 @@ struct AvxDoubles {
     static Vector gather(const double* base, const int32_t* index, ptrdiff_t indexStride,
                          ptrdiff_t scale) {
         return _mm256_set_pd(base[scale * index[3 * indexStride]],
-                             base[scale * index[2 * indexStride]],
-                             base[scale * index[indexStride]], base[scale * index[0]]);
+                             base[scale * index[2 * indexStride]], base[scale * index[indexStride]],
+                             base[scale * index[0]]);
     }
     /// Lane k from base[stride * index[k]], widened from float.
     static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
@@ -64,18 +64,18 @@ struct Avx2Doubles : AvxDoubles {
     }
     static Vector gather(const double* base, const int32_t* index, ptrdiff_t indexStride,
                          ptrdiff_t scale) {
-        const __m128i lanes =
-            indexStride == 1
-                ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(index))
-                : _mm_setr_epi32(index[0], index[indexStride], index[2 * indexStride],
-                                 index[3 * indexStride]);
+        const __m128i lanes = indexStride == 1
+                                  ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(index))
+                                  : _mm_setr_epi32(index[0], index[indexStride],
+                                                   index[2 * indexStride], index[3 * indexStride]);
         const __m128i scaled =
             scale == 1 ? lanes : _mm_mullo_epi32(lanes, _mm_set1_epi32(static_cast<int>(scale)));
         return _mm256_i32gather_pd(base, scaled, 8);
     }
     static Vector gatherFloats(const float* base, const int32_t* index, ptrdiff_t stride) {
-        const __m128i lanes = _mm_mullo_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(index)),
-                                              _mm_set1_epi32(static_cast<int>(stride)));
+        const __m128i lanes =
+            _mm_mullo_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(index)),
+                            _mm_set1_epi32(static_cast<int>(stride)));
         return _mm256_cvtps_pd(_mm_i32gather_ps(base, lanes, 4));
     }
 };

@@ -33,8 +33,8 @@ struct Avx512Doubles {
     }
     // Sign bit by integer logic: AVX-512F has no floating-point and/xor.
     static Vector magnitude(Vector a) {
-        return _mm512_castsi512_pd(_mm512_and_epi64(_mm512_castpd_si512(a),
-                                                    _mm512_set1_epi64(0x7fffffffffffffff)));
+        return _mm512_castsi512_pd(
+            _mm512_and_epi64(_mm512_castpd_si512(a), _mm512_set1_epi64(0x7fffffffffffffff)));
     }
     static Vector negate(Vector a) {
         return _mm512_castsi512_pd(
@@ -44,8 +44,8 @@ struct Avx512Doubles {
     /// Lane k from base[k * stride].
     static Vector gatherStrided(const double* base, ptrdiff_t stride) {
         const auto s = static_cast<int>(stride);
-        return _mm512_i32gather_pd(_mm256_setr_epi32(0, s, 2 * s, 3 * s, 4 * s, 5 * s, 6 * s, 7 * s),
-                                   base, 8);
+        return _mm512_i32gather_pd(
+            _mm256_setr_epi32(0, s, 2 * s, 3 * s, 4 * s, 5 * s, 6 * s, 7 * s), base, 8);
     }
     /// Lane k from base[scale * index[k * indexStride]].
     static Vector gather(const double* base, const int32_t* index, ptrdiff_t indexStride,
@@ -71,9 +71,7 @@ struct Avx512Doubles {
         return _mm512_cvtps_pd(_mm256_i32gather_ps(base, lanes, 4));
     }
     /// Lanes narrowed to float, to out[0 .. kLanes - 1].
-    static void storeFloats(float* out, Vector v) {
-        _mm256_storeu_ps(out, _mm512_cvtpd_ps(v));
-    }
+    static void storeFloats(float* out, Vector v) { _mm256_storeu_ps(out, _mm512_cvtpd_ps(v)); }
     static void fillFloats(float* out, float value) {
         _mm256_storeu_ps(out, _mm256_set1_ps(value));
     }

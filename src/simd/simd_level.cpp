@@ -74,10 +74,9 @@ const char* levelName(Level level) {
 }
 
 bool levelAvailable(Level level) {
-    static const bool available[] = {
-        computeAvailable(Level::scalar), computeAvailable(Level::sse2),
-        computeAvailable(Level::avx), computeAvailable(Level::avx2),
-        computeAvailable(Level::avx512)};
+    static const bool available[] = {computeAvailable(Level::scalar), computeAvailable(Level::sse2),
+                                     computeAvailable(Level::avx), computeAvailable(Level::avx2),
+                                     computeAvailable(Level::avx512)};
     const auto index = static_cast<unsigned>(level);
     return index < sizeof available / sizeof available[0] && available[index];
 }

@@ -74,9 +74,12 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
     const Eigen::Index n = topology.vertexCount;
     const kernels::PlanarPositions p{positions, positions + n, positions + 2 * n};
     const size_t faceCount = topology.faceCount();
-    const kernels::FaceTables faces{topology.corners.data(), topology.du1.data(),
-                                    topology.dv1.data(),     topology.du2.data(),
-                                    topology.dv2.data(),     topology.r.data(),
+    const kernels::FaceTables faces{topology.corners.data(),
+                                    topology.du1.data(),
+                                    topology.dv1.data(),
+                                    topology.du2.data(),
+                                    topology.dv2.data(),
+                                    topology.r.data(),
                                     faceCount};
     const std::unique_ptr<double[]> buffer(new double[3 * faceCount]);
     const kernels::PlanarNormals normals{buffer.get(), buffer.get() + faceCount,

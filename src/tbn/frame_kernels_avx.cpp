@@ -9,7 +9,7 @@
 namespace kestrel::meridian::kernels {
 
 size_t faceNormalsAvx(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
+                      const PlanarNormals& normals) {
     return faceNormalsWide<AvxDoubles>(faces, p, normals);
 }
 

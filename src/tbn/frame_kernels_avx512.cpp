@@ -9,7 +9,7 @@
 namespace kestrel::meridian::kernels {
 
 size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
+                         const PlanarNormals& normals) {
     return faceNormalsWide<Avx512Doubles>(faces, p, normals);
 }
 

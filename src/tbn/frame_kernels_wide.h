@@ -23,8 +23,7 @@ constexpr double kLengthFloor = 2.220446049250313e-16;
 // max(|v|, floor) with |v| summed as (x*x + y*y) + z*z; max(floor, length)
 // returns the length when it is NaN, like std::max(length, floor).
 template <typename L>
-typename L::Vector guardedLength(typename L::Vector x, typename L::Vector y,
-                                 typename L::Vector z) {
+typename L::Vector guardedLength(typename L::Vector x, typename L::Vector y, typename L::Vector z) {
     const auto squares = L::add(L::add(L::mul(x, x), L::mul(y, y)), L::mul(z, z));
     return L::max(L::broadcast(kLengthFloor), L::sqrt(squares));
 }
