@@ -1,6 +1,6 @@
 // The row passes four doubles at a time (AVX). This file alone is built for its
-// instruction set (see CMakeLists.txt); the library calls it only where the
-// processor has it.
+// instruction set (cmake/MeridianSimdKernels.cmake); the library calls it only
+// where the processor has it.
 #if defined(__AVX__)
 
 #include "simd/lanes_avx.h"

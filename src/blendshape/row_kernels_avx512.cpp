@@ -1,6 +1,6 @@
-// The row passes eight doubles at a time (AVX-512F). This file alone is built for its
-// instruction set (see CMakeLists.txt); the library calls it only where the
-// processor has it.
+// The row passes eight doubles at a time (AVX-512F). This file alone is built
+// for its instruction set (cmake/MeridianSimdKernels.cmake); the library calls
+// it only where the processor has it.
 #if defined(__AVX512F__)
 
 #include "simd/lanes_avx512.h"

@@ -1,7 +1,7 @@
 // The row passes two doubles at a time (SSE2). This file alone is built for its
-// instruction set (see CMakeLists.txt); the library calls it only where the
-// processor has it.
-#if defined(__SSE2__)
+// instruction set (cmake/MeridianSimdKernels.cmake); the library calls it only
+// where the processor has it.
+#if defined(__SSE2__) || defined(_M_X64)
 
 #include "simd/lanes_sse2.h"
 #define MERIDIAN_ROW_KERNELS_LANES 1

@@ -1,6 +1,6 @@
 // The weighted head swap's blend, a vector of output vertices at a time: one
 // entry point per instruction set, each built in its own file for that set
-// only (see CMakeLists.txt). Internal to src/headswap; plain structs only.
+// only (cmake/MeridianSimdKernels.cmake). Internal to src/headswap; plain structs only.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-// The head swap's blend eight vertices at a time (AVX-512F). This file alone is built for
-// its instruction set (see CMakeLists.txt); the library calls it only where
-// the processor has it.
+// The head swap's blend eight vertices at a time (AVX-512F). This file alone is
+// built for its instruction set (cmake/MeridianSimdKernels.cmake); the library
+// calls it only where the processor has it.
 #if defined(__AVX512F__)
 
 #include "headswap/blend_kernels_wide.h"

@@ -1,7 +1,6 @@
 // Four doubles per vector: AVX, and AVX2 (hardware gathers for floats).
-// Include only from a translation unit built for the
-// matching width; see lanes_sse2.h for why everything is in an anonymous
-// namespace.
+// Include only from a translation unit built for the matching width; see
+// lanes_sse2.h for why everything is in an anonymous namespace.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-// The face and vertex passes four doubles at a time (AVX2 gathers). This file alone is built
-// for its instruction set (see CMakeLists.txt); the library calls it only
-// where the processor has it.
+// The face and vertex passes four doubles at a time (AVX2 gathers). This file
+// alone is built for its instruction set (cmake/MeridianSimdKernels.cmake); the
+// library calls it only where the processor has it.
 #if defined(__AVX2__)
 
 #include "simd/lanes_avx.h"

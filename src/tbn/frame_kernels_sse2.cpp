@@ -1,7 +1,7 @@
-// The face and vertex passes two doubles at a time (SSE2). This file alone is built
-// for its instruction set (see CMakeLists.txt); the library calls it only
-// where the processor has it.
-#if defined(__SSE2__)
+// The face and vertex passes two doubles at a time (SSE2). This file alone is
+// built for its instruction set (cmake/MeridianSimdKernels.cmake); the library
+// calls it only where the processor has it.
+#if defined(__SSE2__) || defined(_M_X64)
 
 #include "simd/lanes_sse2.h"
 #include "tbn/frame_kernels_wide.h"
