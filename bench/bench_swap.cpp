@@ -50,4 +50,27 @@ void BM_SwapHeadLiteral(benchmark::State& state) {
 }
 BENCHMARK(BM_SwapHeadLiteral)->Unit(benchmark::kMicrosecond);
 
+// The swap with each instruction set (argument: 0 scalar, 1 SSE2, 2 AVX,
+// 3 AVX2, 4 AVX-512), to show what the run-time choice buys.
+void BM_SwapHeadByKernel(benchmark::State& state) {
+    using namespace kestrel::meridian;
+    const auto level = static_cast<simd::Level>(state.range(0));
+    state.SetLabel(simd::levelName(level));
+    CHeadConverter converter;
+    if (!simd::levelAvailable(level) || !converter.initialise(meridian::bench::demoModelDir())) {
+        state.SkipWithError("kernel not available or demo model did not load");
+        return;
+    }
+    const std::vector<float>& face = meridian::bench::sampleHeadPlanar();
+    std::vector<float> out(3 * meridian::demo::kEngineVertexCount);
+    using Planar = CHeadConverter::PlanarVertices;
+    for (auto _ : state) {
+        converter.swap(Eigen::Map<const Planar>(face.data(), 3, 20481),
+                       Eigen::Map<Planar>(out.data(), 3, converter.engineVertexCount()), level);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * meridian::demo::kEngineVertexCount);
+}
+BENCHMARK(BM_SwapHeadByKernel)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
+
 }  // namespace

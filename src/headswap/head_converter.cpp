@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "headswap/blend_kernels.h"
+
 namespace kestrel::meridian {
 
 namespace {
@@ -24,43 +26,95 @@ bool sourcesInRange(const Correspondence& record, int64_t sourceCount, const std
 }  // namespace
 
 bool CHeadConverter::initialise(const std::string& modelDir) {
+    sources_.clear();
+    weights_.clear();
     const std::string templatePath = joinPath(modelDir, "idx_tavi2head.corresp");
     if (!loadCorrespondence(templateToHead_, templatePath)) return false;
     const std::string enginePath = joinPath(modelDir, "idx_head2ue4.corresp");
     if (!loadCorrespondence(headToEngine_, enginePath)) return false;
-    return sourcesInRange(templateToHead_, kTemplateVertexCount, templatePath) &&
-           sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()), enginePath);
+    if (!sourcesInRange(templateToHead_, kTemplateVertexCount, templatePath) ||
+        !sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()), enginePath))
+        return false;
+    composeSwapMap();
+    return true;
+}
+
+void CHeadConverter::composeSwapMap() {
+    if (!headToEngine_.isPairForm()) return;
+    // The engine order copies head vertices, so each output vertex is
+    // resampled straight from the face: the head entry it copies, looked up
+    // once here instead of on every call.
+    const std::vector<int32_t>& headVertex = headToEngine_.pairSources;
+    const size_t count = headVertex.size();
+    if (templateToHead_.isPairForm()) {
+        sources_.resize(count);
+        for (size_t j = 0; j < count; ++j)
+            sources_[j] = templateToHead_.pairSources[static_cast<size_t>(headVertex[j])];
+        return;
+    }
+    // Corner k of output j at k * count + j: each of the six lists is read
+    // front to back, a vector of outputs at a time.
+    sources_.resize(3 * count);
+    weights_.resize(3 * count);
+    for (size_t j = 0; j < count; ++j) {
+        const auto entry = 3 * static_cast<size_t>(headVertex[j]);
+        for (size_t k = 0; k < 3; ++k) {
+            sources_[k * count + j] = templateToHead_.triangles[entry + k];
+            weights_[k * count + j] = templateToHead_.weights[entry + k];
+        }
+    }
 }
 
 void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,
-                          Eigen::Ref<PlanarVertices> head) const {
-    if (!headToEngine_.isPairForm()) {
+                          Eigen::Ref<PlanarVertices> head, simd::Level level) const {
+    const Eigen::Index count = engineVertexCount();
+    if (!headToEngine_.isPairForm() || count == 0) {
         const Eigen::Matrix3Xd onHead = applyCorrespondence(templateToHead_, face.cast<double>());
         head = applyCorrespondence(headToEngine_, onHead).cast<float>();
         return;
     }
-    // The engine order copies head vertices, so each output vertex is
-    // resampled straight from the face: the same arithmetic without the
-    // intermediate head matrix.
-    const std::vector<int32_t>& headVertex = headToEngine_.pairSources;
-    const Eigen::Index count = engineVertexCount();
-    if (templateToHead_.isPairForm()) {
-        for (Eigen::Index j = 0; j < count; ++j)
-            head.col(j) = face.col(templateToHead_.pairSources[headVertex[j]]);
+    // Rows of the planar arrays, each contiguous (row-major views).
+    const float* in[3] = {face.data(), face.data() + face.outerStride(),
+                          face.data() + 2 * face.outerStride()};
+    float* out[3] = {head.data(), head.data() + head.outerStride(),
+                     head.data() + 2 * head.outerStride()};
+    const int32_t* source = sources_.data();
+    if (weights_.empty()) {
+        for (Eigen::Index j = 0; j < count; ++j) {
+            const int32_t v = source[j];
+            out[0][j] = in[0][v];
+            out[1][j] = in[1][v];
+            out[2][j] = in[2][v];
+        }
         return;
     }
-    const int32_t* triangles = templateToHead_.triangles.data();
-    const double* weights = templateToHead_.weights.data();
-    for (Eigen::Index j = 0; j < count; ++j) {
-        const int32_t* tri = triangles + 3 * static_cast<size_t>(headVertex[j]);
-        const double* w = weights + 3 * static_cast<size_t>(headVertex[j]);
-        for (Eigen::Index r = 0; r < 3; ++r) {
-            const double blended = w[0] * static_cast<double>(face(r, tri[0])) +
-                                   w[1] * static_cast<double>(face(r, tri[1])) +
-                                   w[2] * static_cast<double>(face(r, tri[2]));
-            head(r, j) = static_cast<float>(blended);
-        }
+    // w0*a + w1*b + w2*c in double, added left to right, then narrowed: the
+    // arithmetic of resampling onto the head first.
+    const auto n = static_cast<size_t>(count);
+    const headswap::BlendMap map{{source, source + n, source + 2 * n},
+                                 {weights_.data(), weights_.data() + n, weights_.data() + 2 * n},
+                                 count};
+    const headswap::PlanarRows rows{{in[0], in[1], in[2]}, 1, {out[0], out[1], out[2]}};
+    ptrdiff_t j = 0;
+    switch (level) {
+#if MERIDIAN_SIMD_X86
+        case simd::Level::sse2:
+            j = headswap::blendVerticesSse2(map, rows);
+            break;
+        case simd::Level::avx:
+            j = headswap::blendVerticesAvx(map, rows);
+            break;
+        case simd::Level::avx2:
+            j = headswap::blendVerticesAvx2(map, rows);
+            break;
+        case simd::Level::avx512:
+            j = headswap::blendVerticesAvx512(map, rows);
+            break;
+#endif
+        default:
+            break;
     }
+    for (; j < count; ++j) headswap::blendVertex(map, rows, j);
 }
 
 }  // namespace kestrel::meridian

@@ -2,11 +2,14 @@
 // game engine's vertex order.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include <Eigen/Core>
 
 #include "io/correspondence.h"
+#include "simd/simd_level.h"
 
 namespace kestrel::meridian {
 
@@ -32,7 +35,10 @@ class CHeadConverter {
     /// vertex or w0*a + w1*b + w2*c of a face triangle.
     /// @param face  3 by 20481 template vertices
     /// @param head  3 by engineVertexCount(), written
-    void swap(const Eigen::Ref<const PlanarVertices>& face, Eigen::Ref<PlanarVertices> head) const;
+    /// @param level instruction set of the blend (must be available); every
+    ///              level gives the same bits
+    void swap(const Eigen::Ref<const PlanarVertices>& face, Eigen::Ref<PlanarVertices> head,
+              simd::Level level = simd::widestLevel()) const;
 
     /// Number of output vertices (entries of "idx_head2ue4.corresp").
     Eigen::Index engineVertexCount() const {
@@ -43,8 +49,18 @@ class CHeadConverter {
     const Correspondence& headToEngine() const { return headToEngine_; }
 
   private:
+    /// Composes both correspondences into one map from face vertices to
+    /// output vertices (only when the engine order copies head vertices).
+    void composeSwapMap();
+
     Correspondence templateToHead_;
     Correspondence headToEngine_;
+    /// Output vertex j copies face vertex sources_[j] (pair-form head), or
+    /// blends face vertices sources_[k * N + j] with weights_[k * N + j],
+    /// k = 0, 1, 2, for N output vertices (weighted head). Empty when the
+    /// engine order is itself weighted.
+    std::vector<int32_t> sources_;
+    std::vector<double> weights_;
 };
 
 }  // namespace kestrel::meridian

@@ -23,9 +23,10 @@ struct ObjMeshData {
 /// "vn" data lands in the preceding mode, and faces must be triangles). A
 /// face token a/b/c contributes a to the faces and b to the texture faces.
 /// A missing file gives four empty matrices; a kind of record the file does
-/// not have gives an empty (0 by 0) matrix. A file above 256 MiB, or one
-/// holding more than 2^24 numbers, throws InputRefused (io/input_limits.h)
-/// before its tables are allocated.
+/// not have gives an empty (0 by 0) matrix. A file above 256 MiB throws
+/// InputRefused (io/input_limits.h) before it is read; one holding more than
+/// 2^24 numbers throws it after the one pass over its text, which stores no
+/// number past the bound.
 ObjMeshData readObj(const std::string& path);
 
 /// Same as readObj, over text already in memory; `source` names it in the

@@ -20,29 +20,6 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
 
 }  // namespace
 
-bool frameKernelAvailable(FrameKernel kernel) {
-    switch (kernel) {
-        case FrameKernel::scalar:
-            return true;
-#if MERIDIAN_TBN_X86
-        case FrameKernel::sse2:
-            return true;
-        case FrameKernel::avx: {
-            static const bool available = kernels::processorHasAvx();
-            return available;
-        }
-#endif
-        default:
-            return false;
-    }
-}
-
-FrameKernel widestFrameKernel() {
-    for (FrameKernel kernel : {FrameKernel::avx, FrameKernel::sse2})
-        if (frameKernelAvailable(kernel)) return kernel;
-    return FrameKernel::scalar;
-}
-
 std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 const Eigen::MatrixXd& uvFaces,
                                                 const Eigen::MatrixXd& uv, Eigen::Index vertexCount,
@@ -93,22 +70,40 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 }
 
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
-                          double* normalSums, FrameKernel kernel) {
+                          double* normalSums, simd::Level level) {
     const Eigen::Index n = topology.vertexCount;
     const kernels::PlanarPositions p{positions, positions + n, positions + 2 * n};
     const size_t faceCount = topology.faceCount();
+    const kernels::FaceTables faces{topology.corners.data(),
+                                    topology.du1.data(),
+                                    topology.dv1.data(),
+                                    topology.du2.data(),
+                                    topology.dv2.data(),
+                                    topology.r.data(),
+                                    faceCount};
     const std::unique_ptr<double[]> buffer(new double[3 * faceCount]);
     const kernels::PlanarNormals normals{buffer.get(), buffer.get() + faceCount,
                                          buffer.get() + 2 * faceCount};
-    (void)kernel;  // only x86 builds have a choice
     size_t f = 0;
-#if MERIDIAN_TBN_X86
-    if (kernel == FrameKernel::avx)
-        for (; f + 4 <= faceCount; f += 4) kernels::faceNormalsAvx(topology, f, p, normals);
-    if (kernel != FrameKernel::scalar)
-        for (; f + 2 <= faceCount; f += 2) kernels::faceNormalsSse2(topology, f, p, normals);
+    switch (level) {
+#if MERIDIAN_SIMD_X86
+        case simd::Level::sse2:
+            f = kernels::faceNormalsSse2(faces, p, normals);
+            break;
+        case simd::Level::avx:
+            f = kernels::faceNormalsAvx(faces, p, normals);
+            break;
+        case simd::Level::avx2:
+            f = kernels::faceNormalsAvx2(faces, p, normals);
+            break;
+        case simd::Level::avx512:
+            f = kernels::faceNormalsAvx512(faces, p, normals);
+            break;
 #endif
-    for (; f < faceCount; ++f) kernels::faceNormal(topology, f, p, normals);
+        default:
+            break;
+    }
+    for (; f < faceCount; ++f) kernels::faceNormal(faces, f, p, normals);
 
     // Each vertex gathers its faces in face order: the same additions, in the
     // same order, as adding every face to its corners one face after another.
@@ -129,25 +124,29 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
 }
 
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
-                       float* out, FrameKernel kernel) {
-    float* rows[kFrameComponents];
-    for (int k = 0; k < kFrameComponents; ++k) rows[k] = out + k * count;
-    auto sumOf = [&](Eigen::Index j) { return normalSums + 3 * (pick ? pick[j] : j); };
-    (void)kernel;
-    Eigen::Index j = 0;
-#if MERIDIAN_TBN_X86
-    if (kernel == FrameKernel::avx)
-        for (; j + 4 <= count; j += 4) {
-            const double* sums[4] = {sumOf(j), sumOf(j + 1), sumOf(j + 2), sumOf(j + 3)};
-            kernels::vertexFramesAvx(sums, rows, j);
-        }
-    if (kernel != FrameKernel::scalar)
-        for (; j + 2 <= count; j += 2) {
-            const double* sums[2] = {sumOf(j), sumOf(j + 1)};
-            kernels::vertexFramesSse2(sums, rows, j);
-        }
+                       float* out, simd::Level level) {
+    kernels::FrameOutput frames{normalSums, pick, count, {}};
+    for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count;
+    ptrdiff_t j = 0;
+    switch (level) {
+#if MERIDIAN_SIMD_X86
+        case simd::Level::sse2:
+            j = kernels::vertexFramesSse2(frames);
+            break;
+        case simd::Level::avx:
+            j = kernels::vertexFramesAvx(frames);
+            break;
+        case simd::Level::avx2:
+            j = kernels::vertexFramesAvx2(frames);
+            break;
+        case simd::Level::avx512:
+            j = kernels::vertexFramesAvx512(frames);
+            break;
 #endif
-    for (; j < count; ++j) kernels::vertexFrame(sumOf(j), rows, j);
+        default:
+            break;
+    }
+    for (; j < count; ++j) kernels::vertexFrame(frames, j);
 }
 
 }  // namespace kestrel::meridian

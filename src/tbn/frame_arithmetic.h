@@ -14,6 +14,8 @@
 
 #include <Eigen/Core>
 
+#include "simd/simd_level.h"
+
 namespace kestrel::meridian {
 
 /// Smallest length a vector is divided by, and the determinant guard of the
@@ -67,25 +69,15 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 const Eigen::MatrixXd& uv, Eigen::Index vertexCount,
                                                 DeterminantGuard guard, FrameTopology& topology);
 
-/// Instruction sets the per-call passes can run on, one, two or four faces
-/// (or vertices) at a time. Every lane does the scalar operations in the
-/// same order, so all kernels give the same bits.
-enum class FrameKernel { scalar, sse2, avx };
-
-/// Whether this build and this processor can run `kernel`.
-bool frameKernelAvailable(FrameKernel kernel);
-
-/// The widest available kernel.
-FrameKernel widestFrameKernel();
-
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).
 /// positions:  3 * vertexCount doubles, planar (all x, all y, all z)
 /// normalSums: room for 3 * vertexCount doubles; x y z of vertex i at 3i..3i+2
-/// kernel:     must be available; narrower kernels take the leftover faces
+/// level:      must be available (simd::levelAvailable); every level gives
+///             the same bits
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
-                          double* normalSums, FrameKernel kernel = widestFrameKernel());
+                          double* normalSums, simd::Level level = simd::widestLevel());
 
 /// The clamp applied to every emitted value: above 0.99 -> 1, below -0.99 ->
 /// -1, then magnitudes below 0.001 -> 0.
@@ -103,8 +95,8 @@ inline double clampFrameValue(double v) {
 /// normalSums: 3 * #V doubles (layout of accumulateNormalSums)
 /// pick:       `count` vertex indices into normalSums, or null for 0..count-1
 /// out:        room for 9 * count floats
-/// kernel:     must be available
+/// level:      must be available; every level gives the same bits
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
-                       float* out, FrameKernel kernel = widestFrameKernel());
+                       float* out, simd::Level level = simd::widestLevel());
 
 }  // namespace kestrel::meridian

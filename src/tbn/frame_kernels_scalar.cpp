@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tbn/frame_arithmetic.h"
 #include "tbn/frame_kernels.h"
 
 namespace kestrel::meridian::kernels {
 
-void faceNormal(const FrameTopology& topology, size_t f, const PlanarPositions& p,
+void faceNormal(const FaceTables& topology, size_t f, const PlanarPositions& p,
                 const PlanarNormals& normals) {
-    const int32_t* corner = topology.corners.data() + 3 * f;
+    const int32_t* corner = topology.corners + 3 * f;
     const int32_t a = corner[0], b = corner[1], c = corner[2];
     // Both edges leave the second corner.
     const double e1x = p.x[b] - p.x[a], e1y = p.y[b] - p.y[a], e1z = p.z[b] - p.z[a];
@@ -43,7 +44,9 @@ void faceNormal(const FrameTopology& topology, size_t f, const PlanarPositions& 
     normals.z[f] = nz / nl;
 }
 
-void vertexFrame(const double* sum, FrameRows rows, Eigen::Index j) {
+void vertexFrame(const FrameOutput& out, ptrdiff_t j) {
+    const double* sum = out.sums + 3 * (out.pick ? out.pick[j] : j);
+    float* const* rows = out.rows;
     const double length =
         std::max(std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]), kFrameEpsilon);
     const double nx = sum[0] / length, ny = sum[1] / length, nz = sum[2] / length;

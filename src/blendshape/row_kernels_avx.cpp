@@ -1,0 +1,24 @@
+// The row passes four doubles at a time (AVX). This file alone is built for its
+// instruction set (cmake/MeridianSimdKernels.cmake); the library calls it only
+// where the processor has it.
+#if defined(__AVX__)
+
+#include "simd/lanes_avx.h"
+#define MERIDIAN_ROW_KERNELS_LANES 1
+#include "blendshape/row_kernels_wide.h"
+
+namespace kestrel::meridian::blendshape::kernels {
+
+void multiplyRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
+                     double* y) {
+    multiplyRowsWide<AvxDoubles>(rows, count, cols, x, y);
+}
+
+void addWeightedRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                        double* sum) {
+    addWeightedRowsWide<AvxDoubles>(rows, count, cols, weight, sum);
+}
+
+}  // namespace kestrel::meridian::blendshape::kernels
+
+#endif

@@ -1,0 +1,24 @@
+// The row passes two doubles at a time (SSE2). This file alone is built for its
+// instruction set (cmake/MeridianSimdKernels.cmake); the library calls it only
+// where the processor has it.
+#if defined(__SSE2__) || defined(_M_X64)
+
+#include "simd/lanes_sse2.h"
+#define MERIDIAN_ROW_KERNELS_LANES 1
+#include "blendshape/row_kernels_wide.h"
+
+namespace kestrel::meridian::blendshape::kernels {
+
+void multiplyRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
+                      double* y) {
+    multiplyRowsWide<Sse2Doubles>(rows, count, cols, x, y);
+}
+
+void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
+                         double* sum) {
+    addWeightedRowsWide<Sse2Doubles>(rows, count, cols, weight, sum);
+}
+
+}  // namespace kestrel::meridian::blendshape::kernels
+
+#endif

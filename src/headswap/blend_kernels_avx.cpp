@@ -1,0 +1,17 @@
+// The head swap's blend four vertices at a time (AVX). This file alone is built
+// for its instruction set (cmake/MeridianSimdKernels.cmake); the library calls
+// it only where the processor has it.
+#if defined(__AVX__)
+
+#include "headswap/blend_kernels_wide.h"
+#include "simd/lanes_avx.h"
+
+namespace kestrel::meridian::headswap {
+
+ptrdiff_t blendVerticesAvx(const BlendMap& map, const PlanarRows& rows) {
+    return blendVerticesWide<AvxDoubles>(map, rows);
+}
+
+}  // namespace kestrel::meridian::headswap
+
+#endif

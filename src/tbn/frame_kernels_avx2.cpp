@@ -1,0 +1,22 @@
+// The face and vertex passes four doubles at a time (AVX2 gathers). This file
+// alone is built for its instruction set (cmake/MeridianSimdKernels.cmake); the
+// library calls it only where the processor has it.
+#if defined(__AVX2__)
+
+#include "simd/lanes_avx.h"
+#include "tbn/frame_kernels_wide.h"
+
+namespace kestrel::meridian::kernels {
+
+size_t faceNormalsAvx2(const FaceTables& faces, const PlanarPositions& p,
+                       const PlanarNormals& normals) {
+    return faceNormalsWide<Avx2Doubles>(faces, p, normals);
+}
+
+ptrdiff_t vertexFramesAvx2(const FrameOutput& out) {
+    return vertexFramesWide<Avx2Doubles>(out);
+}
+
+}  // namespace kestrel::meridian::kernels
+
+#endif

@@ -1,0 +1,22 @@
+// The face and vertex passes eight doubles at a time (AVX-512F). This file
+// alone is built for its instruction set (cmake/MeridianSimdKernels.cmake); the
+// library calls it only where the processor has it.
+#if defined(__AVX512F__)
+
+#include "simd/lanes_avx512.h"
+#include "tbn/frame_kernels_wide.h"
+
+namespace kestrel::meridian::kernels {
+
+size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
+                         const PlanarNormals& normals) {
+    return faceNormalsWide<Avx512Doubles>(faces, p, normals);
+}
+
+ptrdiff_t vertexFramesAvx512(const FrameOutput& out) {
+    return vertexFramesWide<Avx512Doubles>(out);
+}
+
+}  // namespace kestrel::meridian::kernels
+
+#endif
