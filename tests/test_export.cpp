@@ -151,7 +151,9 @@ TEST(ExportCli, HeadIsTheSwappedInputUprightFacingForwardWithSeamlessNormals) {
 
     // Unit normals pointing out of the head; copies of one head vertex share theirs.
     km::Correspondence headToEngine;
-    ASSERT_TRUE(km::loadCorrespondence(headToEngine, demoModel().file("idx_head2ue4.corresp")));
+    km::Error error;
+    ASSERT_TRUE(
+        km::loadCorrespondence(headToEngine, demoModel().file("idx_head2ue4.corresp"), error));
     std::vector<Eigen::Index> firstCopy(
         1 + *std::max_element(headToEngine.pairSources.begin(), headToEngine.pairSources.end()),
         -1);

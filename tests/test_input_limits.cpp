@@ -38,7 +38,8 @@ TEST(InputLimits, ReadersRefuseCountsTheFileCannotBack) {
     std::filesystem::resize_file(dir.write("sparse.obj", ""), km::kMaxObjFileBytes + 1);
     const auto loadCorrespondence = [&](const std::string& text) {
         km::Correspondence r;
-        km::loadCorrespondence(r, dir.write("map.corresp", text));
+        km::Error error;
+        km::loadCorrespondence(r, dir.write("map.corresp", text), error);
     };
     const struct {
         const char* name;

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "common/template_head.h"
 #include "eyes/aligner_data.h"
 #include "io/correspondence.h"
 #include "io/planar.h"
@@ -16,7 +17,7 @@ namespace {
 namespace km = kestrel::meridian;
 namespace bs = kestrel::meridian::blendshape;
 
-constexpr Eigen::Index kTemplateVertexCount = 20481;
+constexpr Eigen::Index kTemplateVertexCount = km::kTemplateHeadVertexCount;
 constexpr size_t kShapeFloats = 3 * kTemplateVertexCount;
 
 bool exporterAlive = false;
@@ -28,7 +29,8 @@ const Surface kEyelash{"eyelash", {0.03, 0.02, 0.015, 1.0}, 0.8, true};
 
 km::Correspondence loadCorrespondenceFile(const std::string& path, AssetPart part) {
     km::Correspondence record;
-    if (!km::loadCorrespondence(record, path))
+    km::Error error;
+    if (!km::loadCorrespondence(record, path, error))
         throw ExportError("cannot read the correspondence " + path, part);
     return record;
 }
@@ -118,8 +120,9 @@ HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const 
         eye.mesh.layout = readEngineMeshLayout(modelPath(dir, templateFile), eye.mesh.count);
         eye.mesh.copyOf = copyIds(exportOrder);
         std::vector<int32_t> left, right;
-        if (!km::loadIndexList(left, modelPath(dir, leftFile)) ||
-            !km::loadIndexList(right, modelPath(dir, rightFile)))
+        km::Error error;
+        if (!km::loadIndexList(left, modelPath(dir, leftFile), error) ||
+            !km::loadIndexList(right, modelPath(dir, rightFile), error))
             throw ExportError("cannot read the side lists " + modelPath(dir, leftFile) + ", " +
                               rightFile);
         eye.sides = splitSides(exportOrder, left, right, eye.mesh.layout.faces,

@@ -7,6 +7,8 @@
 
 #include <Eigen/Core>
 
+#include "common/template_head.h"
+
 namespace meridian::cli {
 
 /// A failure the tool reports as "error: <message>" with exit code 1.
@@ -15,7 +17,7 @@ struct CommandError : std::runtime_error {
 };
 
 /// Vertices of the template head every run call takes.
-constexpr Eigen::Index kHeadVertexCount = 20481;
+constexpr Eigen::Index kHeadVertexCount = kestrel::meridian::kTemplateHeadVertexCount;
 
 /// Reads a head mesh (.obj, or .ply with any header length) and returns its
 /// vertices as planar floats (3 * 20481: all x, all y, all z). Throws

@@ -50,7 +50,7 @@ void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
 std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
     std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
     const auto start = std::chrono::steady_clock::now();
-    bs::LoadError error;
+    kestrel::meridian::Error error;
     std::unique_ptr<CBlendshapeEngine> engine = CBlendshapeEngine::load(modelDir, error);
     if (!engine) {
         std::cout << std::endl;
@@ -81,8 +81,9 @@ void runBlendshapes(const BlendshapeOptions& options) {
             (fs::path(options.outDir) / ("bs_" + std::to_string(s) + "_" + shapeName(s) + ".obj"))
                 .string();
         if (haveTemplate) {
-            if (!kestrel::meridian::rewriteObjVertexLines(templatePath, path, shapes[s]))
-                throw CommandError("cannot write " + path);
+            kestrel::meridian::Error error;
+            if (!kestrel::meridian::rewriteObjVertexLines(templatePath, path, shapes[s], error))
+                throw CommandError(error.message);
         } else {
             writeVertexObj(path, shapes[s]);
         }

@@ -10,6 +10,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "debug/pose_debug.h"
 #include "eyes_preview.h"
 #include "io/correspondence.h"
@@ -51,8 +52,9 @@ Mesh readMesh(const std::string& path) {
 /// Entries of a correspondence of the model: the vertex count of an output.
 Eigen::Index entryCount(const std::string& modelDir, const char* name) {
     km::Correspondence record;
+    km::Error error;
     const std::string path = (fs::path(modelDir) / name).string();
-    if (!fs::is_regular_file(path) || !km::loadCorrespondence(record, path))
+    if (!fs::is_regular_file(path) || !km::loadCorrespondence(record, path, error))
         throw CommandError("model directory has no " + std::string(name) + ": " + modelDir);
     return static_cast<Eigen::Index>(record.size());
 }
@@ -95,8 +97,9 @@ Mesh writeExportMesh(const std::string& templatePath, const std::string& path,
     if (fs::is_regular_file(templatePath)) {
         const Mesh layout = readMesh(templatePath);
         if (layout.vertices.cols() == vertices.cols()) {
-            if (!km::rewriteObjVertexLines(templatePath, path, vertices))
-                throw CommandError("cannot write " + path);
+            km::Error error;
+            if (!km::rewriteObjVertexLines(templatePath, path, vertices, error))
+                throw CommandError(error.message);
             mesh.faces = layout.faces;
             return mesh;
         }
@@ -158,7 +161,7 @@ void runEyes(const EyesOptions& options) {
     std::printf("scale: %.6f\n", scale);
 
     // The host's part: place the template eye with each reported pose.
-    const Mesh eye = readMesh(options.model + km::kTemplateEyeMeshFile);
+    const Mesh eye = readMesh(km::model_files::templateEyeMeshPath(options.model));
     Mesh posed[2];
     for (int e = 0; e < 2; ++e) {
         const Eigen::Matrix3d rotation = km::reportedAnglesRotation(angles[e]);

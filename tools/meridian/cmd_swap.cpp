@@ -27,7 +27,8 @@ struct SwapOptions {
 Eigen::Index engineVertexCount(const std::string& modelDir) {
     kestrel::meridian::Correspondence engineOrder;
     const auto path = (std::filesystem::path(modelDir) / "idx_head2ue4.corresp").string();
-    if (!kestrel::meridian::loadCorrespondence(engineOrder, path))
+    kestrel::meridian::Error error;
+    if (!kestrel::meridian::loadCorrespondence(engineOrder, path, error))
         throw CommandError("model directory has no idx_head2ue4.corresp: " + modelDir);
     return static_cast<Eigen::Index>(engineOrder.size());
 }
@@ -62,8 +63,9 @@ void runSwap(const SwapOptions& options) {
     const auto templatePath = (std::filesystem::path(options.model) / "ue4_head.obj").string();
     if (std::filesystem::is_regular_file(templatePath) &&
         kestrel::meridian::readObjVertexLines(templatePath).cols() == n) {
-        if (!kestrel::meridian::rewriteObjVertexLines(templatePath, options.out, vertices))
-            throw CommandError("cannot write " + options.out);
+        kestrel::meridian::Error error;
+        if (!kestrel::meridian::rewriteObjVertexLines(templatePath, options.out, vertices, error))
+            throw CommandError(error.message);
     } else {
         writeVertexObj(options.out, vertices);
     }
