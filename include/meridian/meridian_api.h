@@ -70,7 +70,9 @@ typedef enum meridian_status {
     MERIDIAN_INDEX_OUT_OF_RANGE = 9,         /**< an index names nothing that exists */
     MERIDIAN_NOT_LOADED = 10,                /**< the handle has no model (NULL handle) */
     MERIDIAN_WRITE_FAILED = 11,              /**< an output file could not be written */
-    MERIDIAN_INTERNAL = 12                   /**< an unexpected failure (e.g. out of memory) */
+    MERIDIAN_INTERNAL = 12,                  /**< an unexpected failure (e.g. out of memory) */
+    MERIDIAN_INCOMPLETE = 13,                /**< the result needs data not given yet */
+    MERIDIAN_UNAVAILABLE = 14                /**< this build has no such engine */
 } meridian_status;
 
 /** The library's version, "major.minor.patch". Never NULL. */
@@ -303,6 +305,80 @@ MERIDIAN_MODERN_API meridian_status meridian_blendshapes_run(meridian_blendshape
 
 /** The message of the handle's last failed call ("" after a success). */
 MERIDIAN_MODERN_API const char* meridian_blendshapes_last_error(const meridian_blendshapes* shapes);
+
+/* ------------------------------------------------------------------------
+ * Frame selection: four RGBD frames of a capture (front, yaw -25, yaw +25,
+ * up), chosen from colour frames offered one by one
+ *
+ * Builds without OpenCV have no frame selection: the open call then fails
+ * with MERIDIAN_UNAVAILABLE.
+ * ------------------------------------------------------------------------ */
+
+/** An open frame selection: a landmark provider and four frame buckets. */
+typedef struct meridian_frame_selection meridian_frame_selection;
+
+/** What became of an offered frame (the numbers never change). */
+typedef enum meridian_frame_result {
+    MERIDIAN_FRAME_STORED_FRONT = 5,        /**< kept as a frontal candidate */
+    MERIDIAN_FRAME_STORED_YAW_NEGATIVE = 4, /**< kept as a yaw -25 candidate */
+    MERIDIAN_FRAME_STORED_YAW_POSITIVE = 3, /**< kept as a yaw +25 candidate */
+    MERIDIAN_FRAME_STORED_UP = 2,           /**< kept as an upward candidate */
+    MERIDIAN_FRAME_NO_LANDMARKS = -1,       /**< no face found */
+    MERIDIAN_FRAME_EYES_CLOSED = -2,        /**< eyes closed */
+    MERIDIAN_FRAME_NO_BUCKET = -3,          /**< the head's angles fit no bucket */
+    MERIDIAN_FRAME_FACE_TOO_SMALL = -4      /**< the face is too small */
+} meridian_frame_result;
+
+/** One offered frame's outcome. */
+typedef struct meridian_frame_intake {
+    int32_t result; /**< a meridian_frame_result */
+    float yaw;      /**< head yaw in degrees; -10000 when not measured */
+    float pitch;    /**< head pitch in degrees; -10000 when not measured */
+} meridian_frame_intake;
+
+/**
+ * Opens a frame selection: loads the landmark provider (`provider_path`, or
+ * NULL for "libcv_face" found the usual way) and its model from
+ * `model_dir`. NULL on failure (see meridian_open_error).
+ */
+MERIDIAN_MODERN_API meridian_frame_selection* meridian_frame_selection_open(
+    const char* model_dir, const char* provider_path);
+
+/** Closes a frame selection; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_frame_selection_close(meridian_frame_selection* selection);
+
+/**
+ * Offers one colour frame.
+ * @param frame_id   the caller's id of the frame, reported back by choose
+ * @param bgr        height x width x 3 bytes, 8-bit BGR: channel c of pixel
+ *                   (row y, column x) at (y*width + x)*3 + c
+ * @param bgr_count  height * width * 3
+ * @param intake     receives the outcome
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_add(
+    meridian_frame_selection* selection, int32_t frame_id, const uint8_t* bgr, size_t width,
+    size_t height, size_t bgr_count, meridian_frame_intake* intake);
+
+/** Frames a choice names (4): front, yaw -25, yaw +25, up. */
+MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
+
+/**
+ * Chooses the four frames among those stored.
+ * @param ids        receives 4 frame ids: front, yaw -25, yaw +25, up
+ * @param ids_count  4
+ * MERIDIAN_INCOMPLETE (ids untouched) when a bucket holds no frame; the
+ * message names the first empty one.
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
+    meridian_frame_selection* selection, int32_t* ids, size_t ids_count);
+
+/** Forgets every stored frame. */
+MERIDIAN_MODERN_API meridian_status
+meridian_frame_selection_clear(meridian_frame_selection* selection);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_frame_selection_last_error(
+    const meridian_frame_selection* selection);
 
 #ifdef __cplusplus
 }

@@ -24,6 +24,8 @@ enum class ErrorCode : int {
     notLoaded = 10,                ///< the engine has no model loaded
     writeFailed = 11,              ///< an output file could not be written
     internal = 12,                 ///< an unexpected failure (out of memory and the like)
+    incomplete = 13,               ///< a result needs data the engine has not been given yet
+    unavailable = 14,              ///< this build has no such engine
 };
 
 /// A failure: its code, the file concerned (when one is) and one line of
