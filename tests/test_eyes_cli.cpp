@@ -53,7 +53,7 @@ TEST(EyesCli, ExplainsWhatIsWrong) {
     } cases[] = {
         {scratch.file("nowhere"), sample, out, "model directory not found"},
         {demo, small, out, "has 3 vertices"},
-        {scratch.str(), sample, out, "no eyeball/idx_eyeball2ue4.corresp"},
+        {scratch.str(), sample, out, "cannot load the eyeball model of " + scratch.str()},
         {demo, sample, blocker + "/sub", "error: cannot write"},
     };
     for (const auto& c : cases) {

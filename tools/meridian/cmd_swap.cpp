@@ -8,10 +8,9 @@
 
 #include "cli_common.h"
 #include "commands.h"
-#include "io/correspondence.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 
 namespace meridian::cli {
 
@@ -22,16 +21,6 @@ struct SwapOptions {
     std::string in;
     std::string out;
 };
-
-// The caller sizes the output: N is the entry count of the engine-order file.
-Eigen::Index engineVertexCount(const std::string& modelDir) {
-    kestrel::meridian::Correspondence engineOrder;
-    const auto path = (std::filesystem::path(modelDir) / "idx_head2ue4.corresp").string();
-    kestrel::meridian::Error error;
-    if (!kestrel::meridian::loadCorrespondence(engineOrder, path, error))
-        throw CommandError("model directory has no idx_head2ue4.corresp: " + modelDir);
-    return static_cast<Eigen::Index>(engineOrder.size());
-}
 
 void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
     std::ofstream out(path);
@@ -48,14 +37,13 @@ void runSwap(const SwapOptions& options) {
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
     requireWritable(options.out);
-    const Eigen::Index n = engineVertexCount(options.model);
-
-    const meridian_handle converter = AI_system_init_swaphead(options.model.c_str());
-    if (converter == 0) throw CommandError("cannot load the head-swap model in " + options.model);
+    const HeadSwapHandle swap(requireOpened(meridian_head_swap_open(options.model.c_str()),
+                                            "the head-swap model in " + options.model));
+    const auto n = static_cast<Eigen::Index>(meridian_head_swap_output_vertex_count(swap.get()));
     std::vector<float> planar(3 * static_cast<size_t>(n));
-    const int32_t written = AI_swap_head(converter, head.data(), planar.data(), 0);
-    AI_system_over();
-    if (written != n) throw CommandError("head swap failed");
+    requireOk(
+        meridian_head_swap_run(swap.get(), head.data(), head.size(), planar.data(), planar.size()),
+        "head swap", meridian_head_swap_last_error(swap.get()));
 
     const Eigen::Matrix3Xd vertices = kestrel::meridian::planarToVertices(planar.data(), n);
 

@@ -9,8 +9,9 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "io/mesh_readers.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 #include "tbn_preview.h"
 
 namespace meridian::cli {
@@ -24,11 +25,12 @@ struct TbnOptions {
     std::string preview;
 };
 
-constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
-
 // The template's faces, 0-based; the library has already checked them.
 Eigen::Matrix3Xi templateFaces(const std::string& modelDir) {
-    const Eigen::MatrixXd faces = kestrel::meridian::readObj(modelDir + kTemplateFile).faces;
+    const Eigen::MatrixXd faces =
+        kestrel::meridian::readObj(
+            kestrel::meridian::model_files::tangentFrameTemplatePath(modelDir))
+            .faces;
     if (faces.rows() != 3) return Eigen::Matrix3Xi(3, 0);
     return (faces.array() - 1.0).cast<int>().matrix();
 }
@@ -81,13 +83,12 @@ void runTbn(const TbnOptions& options) {
 
     constexpr Eigen::Index n = kHeadVertexCount;
     std::vector<float> frames(9 * n);
-    const int32_t loaded = AI_system_init_TBN(options.model.c_str());
-    const int32_t computed = loaded == 1 ? AI_get_TBN(head.data(), frames.data()) : -1;
-    AI_system_over();
-    if (loaded != 1)
-        throw CommandError("cannot load the tangent-frame template " + options.model +
-                           kTemplateFile);
-    if (computed != 1) throw CommandError("tangent-frame computation failed");
+    const TangentFramesHandle engine(
+        requireOpened(meridian_tangent_frames_open(options.model.c_str()),
+                      "the tangent-frame template of " + options.model));
+    requireOk(meridian_tangent_frames_run(engine.get(), head.data(), head.size(), frames.data(),
+                                          frames.size()),
+              "tangent-frame computation", meridian_tangent_frames_last_error(engine.get()));
 
     const Eigen::Matrix3Xi faces = templateFaces(options.model);
     writeFramesPly(options.out, head, frames, faces);

@@ -5,9 +5,11 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "meridian/meridian_api.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"meridian: post-processing of 3D head meshes"};
+    app.set_version_flag("--version", std::string("meridian ") + meridian_version());
     app.require_subcommand(1);
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);
