@@ -30,7 +30,9 @@ namespace {
 
 namespace km = kestrel::meridian;
 using km::TBNEngineStd;
+#if defined(MERIDIAN_CLI_PATH)
 using meridian::testing::runTool;
+#endif
 using meridian::testing::TempDir;
 using meridian::testing::ToolRun;
 using Frame = std::array<float, 9>;
@@ -572,6 +574,7 @@ TEST_F(TbnModel, GeneralEngineFailuresAndHandles) {
     EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](float v) { return v == 7.0f; }));
 }
 
+#if defined(MERIDIAN_CLI_PATH)
 TEST_F(TbnModel, CommandLineWritesFramesAndPreview) {
     const TempDir out;
     const std::string ply = out.file("frames.ply"), png = out.file("frames.png");
@@ -601,5 +604,6 @@ TEST_F(TbnModel, CommandLineWritesFramesAndPreview) {
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_NE(failed.output.find("model directory not found"), std::string::npos) << failed.output;
 }
+#endif
 
 }  // namespace
