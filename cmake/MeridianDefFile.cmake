@@ -2,12 +2,12 @@
 # exports listed in cmake/meridian_opencv_exports.txt when OpenCV is left out
 # (an alias line goes with its target).
 function(meridian_def_file out_var)
-  set(source ${CMAKE_CURRENT_SOURCE_DIR}/cmake/meridian.def)
+  set(source ${PROJECT_SOURCE_DIR}/cmake/meridian.def)
   if(MERIDIAN_WITH_OPENCV)
     set(${out_var} ${source} PARENT_SCOPE)
     return()
   endif()
-  file(STRINGS ${CMAKE_CURRENT_SOURCE_DIR}/cmake/meridian_opencv_exports.txt left_out
+  file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/meridian_opencv_exports.txt left_out
     REGEX "^[A-Za-z_]")
   file(STRINGS ${source} lines)
   set(kept "")
