@@ -14,7 +14,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
-#include "export/head_export.h"
+#include "asset/head_export.h"
 #include "export_preview.h"
 
 namespace meridian::cli {
