@@ -74,4 +74,24 @@ TEST(BlendshapeDemoModern, AMissingFileIsAnErrorNotAnExit) {
         << meridian_open_error();
 }
 
+TEST(BlendshapeDemoModern, AssetFiguresNameEachRegionsLargestMove) {
+    REQUIRE_BLENDSHAPE_DEMO_DATA();
+    meridian_asset_builder* builder = meridian_asset_builder_open(kModelDir.c_str(), 1, 0, 0.0);
+    if (builder == nullptr && meridian_open_status() == MERIDIAN_UNAVAILABLE)
+        GTEST_SKIP() << "no asset builder in this build";
+    ASSERT_NE(builder, nullptr) << meridian_open_error();
+    const std::vector<float> sample = meridian::testing::planar(meridian::demo::sampleHead());
+    meridian_asset_report report{};
+    ASSERT_EQ(meridian_asset_builder_build(builder, sample.data(), sample.size(), &report),
+              MERIDIAN_OK)
+        << meridian_asset_builder_last_error(builder);
+    for (double moved : report.region_max_displacement) {
+        EXPECT_GT(moved, 0.0);
+        EXPECT_LT(moved, report.bounds_max[1] - report.bounds_min[1]);
+    }
+    EXPECT_EQ(report.eye_scale, 1.0);  // no eyes
+    EXPECT_EQ(report.eye_scale_clamped, 0);
+    meridian_asset_builder_close(builder);
+}
+
 }  // namespace

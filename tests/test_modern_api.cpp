@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <string>
 #include <thread>
@@ -268,3 +269,55 @@ TEST_F(ModernApi, BadRunArgumentsAreRefusedWithAMessageAndNothingWritten) {
 }
 
 }  // namespace
+
+#if defined(MERIDIAN_CLI_PATH)  // the tool, and the asset builder with it
+namespace {
+
+TEST(ModernAssetBuilder, BuildsTheToolsAssetToBytesAndAtomicallyToAPathWithItsFigures) {
+    const meridian::testing::TempDir out;
+    const std::string toolGlb = out.file("tool.glb");
+    const auto run = meridian::testing::runCommand(
+        std::string(MERIDIAN_CLI_PATH) + " export --model " + model() + " --in " +
+        demoModel().file("sample_head.obj") + " --skip blendshapes --out " + toolGlb);
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    const std::vector<float> sample = planar(meridian::demo::sampleHead());
+
+    std::vector<std::string> glbs;
+    meridian_asset_report report{};
+    std::string printed = printedBy([&] {
+        meridian_asset_builder* first = meridian_asset_builder_open(model().c_str(), 0, 1, 0.0);
+        meridian_asset_builder* second = meridian_asset_builder_open(model().c_str(), 0, 1, 0.0);
+        ASSERT_NE(first, nullptr) << meridian_open_error();
+        ASSERT_NE(second, nullptr) << meridian_open_error();
+        EXPECT_EQ(meridian_asset_builder_glb_size(first), 0u);
+        ASSERT_EQ(meridian_asset_builder_build(first, sample.data(), sample.size(), &report),
+                  MERIDIAN_OK)
+            << meridian_asset_builder_last_error(first);
+        ASSERT_EQ(meridian_asset_builder_build(second, sample.data(), sample.size(), nullptr),
+                  MERIDIAN_OK);
+        meridian_asset_builder_close(second);
+        std::vector<uint8_t> bytes(meridian_asset_builder_glb_size(first));
+        ASSERT_EQ(meridian_asset_builder_copy_glb(first, bytes.data(), bytes.size()), MERIDIAN_OK);
+        glbs.push_back(bytesOf(bytes));
+        ASSERT_EQ(meridian_asset_builder_write_glb(first, out.file("api.glb").c_str()),
+                  MERIDIAN_OK);
+        EXPECT_EQ(meridian_asset_builder_write_glb(first, out.file("no/such/dir.glb").c_str()),
+                  MERIDIAN_WRITE_FAILED);
+        meridian_asset_builder_close(first);
+    });
+    EXPECT_EQ(printed, "");
+    ASSERT_EQ(glbs.size(), 1u);
+    EXPECT_TRUE(glbs[0] == meridian::testing::readBytes(toolGlb)) << "differs from the tool's";
+    EXPECT_TRUE(glbs[0] == meridian::testing::readBytes(out.file("api.glb")));
+    EXPECT_FALSE(std::filesystem::exists(out.file(".api.glb.partial")));
+
+    EXPECT_GE(report.eye_scale, 0.9);
+    EXPECT_LE(report.eye_scale, 1.1);
+    for (int a = 0; a < 3; ++a) EXPECT_LT(report.bounds_min[a], report.bounds_max[a]) << a;
+    EXPECT_EQ(report.non_finite_positions, 0u);
+    EXPECT_EQ(report.non_finite_normals, 0u);
+    for (double moved : report.region_max_displacement) EXPECT_EQ(moved, 0.0);  // skipped
+}
+
+}  // namespace
+#endif

@@ -380,6 +380,78 @@ meridian_frame_selection_clear(meridian_frame_selection* selection);
 MERIDIAN_MODERN_API const char* meridian_frame_selection_last_error(
     const meridian_frame_selection* selection);
 
+/* ------------------------------------------------------------------------
+ * Head-asset builder: a head in memory to one binary glTF asset (.glb) with
+ * the head in engine order, the five blendshapes as morph targets and the
+ * eyeballs and eyelashes, in glTF's frame and metres
+ *
+ * Builds without tinygltf have no builder: the open call then fails with
+ * MERIDIAN_UNAVAILABLE.
+ * ------------------------------------------------------------------------ */
+
+/** An open asset builder: every engine the asset needs, loaded once. */
+typedef struct meridian_asset_builder meridian_asset_builder;
+
+/** The figures a reviewer checks on a built asset. */
+typedef struct meridian_asset_report {
+    double eye_scale;                  /**< the eyeball's whole-mesh scale, after the clamp */
+    int32_t eye_scale_clamped;         /**< 1 when the 0.9..1.1 clamp changed it */
+    double region_max_displacement[5]; /**< per blendshape region, largest vertex move (m) */
+    double bounds_min[3];              /**< bounding box of every vertex, glTF frame (m) */
+    double bounds_max[3];
+    uint64_t non_finite_positions; /**< non-finite position and morph-offset coordinates */
+    uint64_t non_finite_normals;   /**< non-finite normal coordinates */
+} meridian_asset_report;
+
+/**
+ * Opens a builder on `model_dir`.
+ * @param with_blendshapes  nonzero: morph targets from the model's "BS/" data
+ * @param with_eyes         nonzero: eyeball and eyelash meshes
+ * @param metres_per_unit   model units to metres; 0 for the default (0.0026)
+ * NULL on failure (a missing file is named in meridian_open_error).
+ */
+MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(const char* model_dir,
+                                                                        int with_blendshapes,
+                                                                        int with_eyes,
+                                                                        double metres_per_unit);
+
+/** Closes a builder; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_asset_builder_close(meridian_asset_builder* builder);
+
+/**
+ * Builds the asset of one head and keeps it in the handle (replacing the
+ * previous one) until the next build or close.
+ * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count  3 * 20481
+ * @param report      receives the asset's figures (may be NULL)
+ */
+MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build(meridian_asset_builder* builder,
+                                                                 const float* head,
+                                                                 size_t head_count,
+                                                                 meridian_asset_report* report);
+
+/** Bytes of the last built asset's .glb (0 before the first build). */
+MERIDIAN_MODERN_API size_t meridian_asset_builder_glb_size(const meridian_asset_builder* builder);
+
+/**
+ * Copies the last built asset's .glb.
+ * @param out        receives meridian_asset_builder_glb_size() bytes
+ * @param out_count  meridian_asset_builder_glb_size()
+ */
+MERIDIAN_MODERN_API meridian_status meridian_asset_builder_copy_glb(meridian_asset_builder* builder,
+                                                                    uint8_t* out, size_t out_count);
+
+/**
+ * Writes the last built asset's .glb to `path` atomically: a temporary file
+ * in the same folder, renamed over `path` once complete.
+ */
+MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* path);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
+    const meridian_asset_builder* builder);
+
 #ifdef __cplusplus
 }
 #endif

@@ -183,6 +183,17 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
     return asset;
 }
 
+AssetQuality HeadExporter::quality(const std::vector<float>& head, const HeadAsset& asset) const {
+    AssetQuality quality = measureAsset(asset);
+    if (eyeballs_.aligner && head.size() == kShapeFloats) {
+        const km::SimilarityTransform whole = eyeballs_.aligner->wholePlacement(
+            km::planarToVertices(head.data(), kTemplateVertexCount));
+        quality.eyeScale = whole.scale;
+        quality.eyeScaleClamped = whole.scale != whole.unclampedScale;
+    }
+    return quality;
+}
+
 void HeadExporter::addEyes(const std::vector<float>& head, HeadAsset& asset) const {
     const Eigen::Matrix3Xd templateHead = km::planarToVertices(head.data(), kTemplateVertexCount);
     eyeballFit_->fit(templateHead, 0);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "asset_quality.h"
 #include "blendshape/blendshape_engine.h"
 #include "engine_mesh.h"
 #include "export_error.h"
@@ -47,6 +48,10 @@ class HeadExporter {
     /// topology (all x, all y, all z). Stages "head swap", "blendshapes",
     /// "eyes" and "normals". Throws ExportError when a call fails.
     HeadAsset run(const std::vector<float>& head, StageLog& log) const;
+
+    /// The asset's QA figures: measureAsset, and the eyeball aligner's
+    /// whole-mesh scale for `head` (the input run() was given).
+    AssetQuality quality(const std::vector<float>& head, const HeadAsset& asset) const;
 
     /// Vertices of the head in engine order.
     Eigen::Index engineVertexCount() const { return head_.count; }

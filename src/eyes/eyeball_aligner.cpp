@@ -68,6 +68,11 @@ CKOVAEyeballAligner::HeadTargets CKOVAEyeballAligner::headTargets(
             headSampler_.gather(sampled, kRight)};
 }
 
+SimilarityTransform CKOVAEyeballAligner::wholePlacement(const Eigen::Matrix3Xd& head) const {
+    return fitSimilarity(applyCorrespondence(head2eyeball_, eyeballMesh_.vertices),
+                         headTargets(head).whole, {}, false, true);
+}
+
 void CKOVAEyeballAligner::placeWhole(const Eigen::Matrix3Xd& headPoints,
                                      Eigen::Matrix3Xd& mesh) const {
     const SimilarityTransform whole =

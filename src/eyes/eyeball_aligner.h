@@ -12,6 +12,7 @@
 #include "common/error.h"
 #include "common/template_head.h"
 #include "eyes/aligner_data.h"
+#include "eyes/eye_geometry.h"
 #include "eyes/head_sampler.h"
 #include "io/correspondence.h"
 
@@ -43,6 +44,11 @@ class CKOVAEyeballAligner {
     /// result's column count; when the mesh has no vertices, returns 0 and
     /// leaves `result` alone.
     virtual int apply(const Eigen::Matrix3Xd& head, Eigen::Matrix3Xd& result) const;
+
+    /// The whole-mesh placement apply() starts with for `head` (3 by
+    /// 20481): scale (clamped to 0.9..1.1, unclamped value kept) and
+    /// translation, rotation off.
+    SimilarityTransform wholePlacement(const Eigen::Matrix3Xd& head) const;
 
     /// Columns apply() writes: the entries of the export correspondence.
     Eigen::Index exportVertexCount() const {
