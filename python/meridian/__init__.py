@@ -14,7 +14,7 @@ from ._engine import TEMPLATE_VERTICES, MeridianError, release_all
 from ._library import library_path
 from .blendshapes import SHAPE_NAMES, Blendshapes
 from .debug import read_head_obj, read_head_ply
-from .export import export_glb
+from .export import Exporter, export_glb
 from .eyes import EyeballAligner, EyeballFit, EyelashAligner, EyePoses
 from .headswap import HeadSwap
 from .rgbd import FinalChoice, Intake, RgbdSelector
@@ -24,5 +24,5 @@ __all__ = [
     "TEMPLATE_VERTICES", "MeridianError", "release_all", "library_path", "HeadSwap",
     "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames", "EyeballFit", "EyePoses",
     "EyeballAligner", "EyelashAligner", "Blendshapes", "SHAPE_NAMES", "RgbdSelector", "Intake",
-    "FinalChoice", "read_head_ply", "read_head_obj", "export_glb",
+    "FinalChoice", "read_head_ply", "read_head_obj", "Exporter", "export_glb",
 ]

@@ -3,6 +3,7 @@ bad input raises with the library's message."""
 import pathlib
 import re
 import struct
+import subprocess
 
 import numpy as np
 import pytest
@@ -123,6 +124,24 @@ def test_export_writes_a_binary_gltf_asset(model, head, tmp_path):
         # magic, version, declared length
         assert struct.unpack("<4sII", path.read_bytes()[:12]) == (b"glTF", 2, path.stat().st_size)
     assert full.stat().st_size > bare.stat().st_size  # eyes and shapes take room
+
+
+def test_exporter_keeps_its_engines_and_gives_the_tools_bytes(model, head, tmp_path):
+    from conftest import TOOL
+    tool_glb = tmp_path / "tool.glb"
+    subprocess.run([TOOL, "export", "--model", model, "--in", model / "sample_head.obj",
+                    "--out", tool_glb], check=True, capture_output=True)
+    with meridian.Exporter(model) as exporter:
+        glb, report = exporter.build(head)
+        again, _ = exporter.build(head)
+        exporter.export(head, tmp_path / "written.glb")
+    assert exporter.closed
+    assert glb == again == tool_glb.read_bytes() == (tmp_path / "written.glb").read_bytes()
+    assert 0.9 <= report["eye_scale"] <= 1.1
+    assert all(moved > 0 for moved in report["region_max_displacement"])
+    assert report["non_finite_positions"] == report["non_finite_normals"] == 0
+    low, high = report["bounds"]
+    assert all(a < b for a, b in zip(low, high))
 
 
 def test_bad_input_raises(model, head, tmp_path):

@@ -1,0 +1,108 @@
+"""The modern C interface (libmeridian_api): finding it, its signatures, and
+its errors as MeridianError.
+
+It is looked for through MERIDIAN_API_LIBRARY (a file path), then beside the
+legacy library the package already found, then on the system's library
+path. Handles of this interface own their engines: closing one frees it and
+touches nothing else.
+"""
+import ctypes
+import os
+import sys
+
+from . import _library
+from ._engine import MeridianError
+
+_NAMES = (("meridian_api.dll",) if sys.platform == "win32"
+          else ("libmeridian_api.so.0", "libmeridian_api.so"))
+
+_api = None
+
+
+class AssetReport(ctypes.Structure):
+    """meridian_asset_report: the QA figures of a built asset."""
+    _fields_ = [("eye_scale", ctypes.c_double), ("eye_scale_clamped", ctypes.c_int32),
+                ("region_max_displacement", ctypes.c_double * 5),
+                ("bounds_min", ctypes.c_double * 3), ("bounds_max", ctypes.c_double * 3),
+                ("non_finite_positions", ctypes.c_uint64),
+                ("non_finite_normals", ctypes.c_uint64)]
+
+
+def _candidates():
+    explicit = os.environ.get("MERIDIAN_API_LIBRARY")
+    if explicit:
+        yield explicit
+        return
+    try:
+        directory = _library.library_directory()
+        for name in _NAMES:
+            yield os.path.join(directory, name)
+    except OSError:
+        pass
+    yield from _NAMES
+
+
+def load():
+    """The loaded modern library with its signatures."""
+    global _api
+    with _library.lock:
+        if _api is not None:
+            return _api
+        tried = []
+        for candidate in _candidates():
+            if os.path.isabs(candidate) and not os.path.exists(candidate):
+                tried.append(candidate)
+                continue
+            try:
+                api = ctypes.CDLL(candidate)
+            except OSError as error:
+                tried.append(f"{candidate} ({error})")
+                continue
+            _declare(api)
+            _api = api
+            return api
+        raise OSError("cannot find the meridian_api library; set MERIDIAN_API_LIBRARY to its "
+                      "path. Tried: " + "; ".join(tried))
+
+
+def _declare(api):
+    handle, text = ctypes.c_void_p, ctypes.c_char_p
+    status, size = ctypes.c_int, ctypes.c_size_t
+    floats = ctypes.POINTER(ctypes.c_float)
+    signatures = {
+        "meridian_open_status": (status, []),
+        "meridian_open_error": (text, []),
+        "meridian_asset_builder_open": (handle, [text, ctypes.c_int, ctypes.c_int,
+                                                 ctypes.c_double]),
+        "meridian_asset_builder_close": (None, [handle]),
+        "meridian_asset_builder_build": (status, [handle, floats, size,
+                                                  ctypes.POINTER(AssetReport)]),
+        "meridian_asset_builder_glb_size": (size, [handle]),
+        "meridian_asset_builder_copy_glb": (status, [handle, ctypes.c_char_p, size]),
+        "meridian_asset_builder_write_glb": (status, [handle, text]),
+        "meridian_asset_builder_last_error": (text, [handle]),
+    }
+    for name, (result, arguments) in signatures.items():
+        function = getattr(api, name)
+        function.restype = result
+        function.argtypes = arguments
+
+
+def _decode(message):
+    return (message or b"").decode("utf-8", errors="replace")
+
+
+def open_handle(function, *arguments):
+    """Calls an open function; raises MeridianError with the library's reason
+    when it gives no handle."""
+    api = load()
+    handle = getattr(api, function)(*arguments)
+    if not handle:
+        raise MeridianError(_decode(api.meridian_open_error()), function)
+    return handle
+
+
+def check(status, handle, last_error, call):
+    """Raises MeridianError with the handle's message unless `status` is 0."""
+    if status != 0:
+        raise MeridianError(_decode(getattr(load(), last_error)(handle)), call)
