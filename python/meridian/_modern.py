@@ -9,8 +9,9 @@ touches nothing else.
 import ctypes
 import os
 import sys
+import weakref
 
-from . import _library
+from . import _engine, _library
 from ._engine import MeridianError
 
 _NAMES = (("meridian_api.dll",) if sys.platform == "win32"
@@ -69,7 +70,33 @@ def _declare(api):
     handle, text = ctypes.c_void_p, ctypes.c_char_p
     status, size = ctypes.c_int, ctypes.c_size_t
     floats = ctypes.POINTER(ctypes.c_float)
+    int32s = ctypes.POINTER(ctypes.c_int32)
+    run = (status, [handle, floats, size, floats, size])
     signatures = {
+        "meridian_head_swap_open": (handle, [text]),
+        "meridian_head_swap_close": (None, [handle]),
+        "meridian_head_swap_output_vertex_count": (size, [handle]),
+        "meridian_head_swap_run": run,
+        "meridian_head_swap_last_error": (text, [handle]),
+        "meridian_tangent_frames_open": (handle, [text]),
+        "meridian_tangent_frames_open_general": (handle, [text, int32s, size, int32s, size]),
+        "meridian_tangent_frames_open_general_files": (handle, [text, text, text]),
+        "meridian_tangent_frames_close": (None, [handle]),
+        "meridian_tangent_frames_output_vertex_count": (size, [handle]),
+        "meridian_tangent_frames_run": run,
+        "meridian_tangent_frames_last_error": (text, [handle]),
+        "meridian_eye_aligner_open_eyeball": (handle, [text]),
+        "meridian_eye_aligner_open_eyelash": (handle, [text]),
+        "meridian_eye_aligner_close": (None, [handle]),
+        "meridian_eye_aligner_output_vertex_count": (size, [handle]),
+        "meridian_eye_aligner_run": run,
+        "meridian_eye_aligner_last_error": (text, [handle]),
+        "meridian_blendshapes_open": (handle, [text]),
+        "meridian_blendshapes_close": (None, [handle]),
+        "meridian_blendshapes_set_thread_count": (status, [handle, ctypes.c_uint]),
+        "meridian_blendshapes_shape_count": (size, []),
+        "meridian_blendshapes_run": run,
+        "meridian_blendshapes_last_error": (text, [handle]),
         "meridian_open_status": (status, []),
         "meridian_open_error": (text, []),
         "meridian_asset_builder_open": (handle, [text, ctypes.c_int, ctypes.c_int,
@@ -106,3 +133,44 @@ def check(status, handle, last_error, call):
     """Raises MeridianError with the handle's message unless `status` is 0."""
     if status != 0:
         raise MeridianError(_decode(getattr(load(), last_error)(handle)), call)
+
+
+class Handle:
+    """A handle of the modern interface, owning its engine: usable until
+    close() (or the end of its `with` block, or garbage collection, or
+    release_all()). Subclasses name their kind's functions by `_kind`."""
+
+    _kind = None  # e.g. "head_swap": meridian_head_swap_close, _last_error
+
+    def __init__(self, open_function, *arguments):
+        with _library.lock:
+            handle = open_handle(open_function, *arguments)
+        self._handle = handle
+        self._finalizer = weakref.finalize(
+            self, getattr(load(), f"meridian_{self._kind}_close"), handle)
+        _engine.modern_handles.add(self)
+
+    def _api(self, name):
+        return getattr(load(), f"meridian_{self._kind}_{name}")
+
+    def _check(self, status, call):
+        check(status, self._handle, f"meridian_{self._kind}_last_error", call)
+
+    def close(self):
+        """Frees the engine; no other handle is affected."""
+        with _library.lock:
+            self._finalizer()
+
+    @property
+    def closed(self):
+        return not self._finalizer.alive
+
+    def _require_open(self):
+        if self.closed:
+            raise MeridianError(f"{type(self).__name__} is closed", None)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
