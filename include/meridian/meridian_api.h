@@ -221,6 +221,22 @@ MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_run(meridian_eyeball_fi
                                                              unsigned template_index,
                                                              meridian_eye_poses* poses);
 
+/**
+ * Writes the model's template eye mesh (model_dir +
+ * "/eyeball/color_eye/EyeNew.obj", appended as is) moved by one eye's pose
+ * to `path`, atomically: every "v " line becomes "v x y z" ("%f" each) of
+ * scale * R * v + position, R from the angles as the fit reports them
+ * (degrees, 3.14 for pi): about z by angles[0], about y by -angles[1],
+ * about x by angles[2]. Every other line is kept.
+ * @param angles_deg  3 doubles
+ * @param position    3 doubles
+ */
+MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_write_posed_eye(meridian_eyeball_fit* fit,
+                                                                         const double* angles_deg,
+                                                                         const double* position,
+                                                                         double scale,
+                                                                         const char* path);
+
 /** The message of the handle's last failed call ("" after a success). */
 MERIDIAN_MODERN_API const char* meridian_eyeball_fit_last_error(const meridian_eyeball_fit* fit);
 

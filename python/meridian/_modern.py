@@ -29,6 +29,12 @@ class AssetReport(ctypes.Structure):
                 ("non_finite_normals", ctypes.c_uint64)]
 
 
+class EyePosesStruct(ctypes.Structure):
+    """meridian_eye_poses."""
+    _fields_ = [("angles_deg", (ctypes.c_double * 3) * 2),
+                ("positions", (ctypes.c_double * 3) * 2), ("scale", ctypes.c_double)]
+
+
 def _candidates():
     explicit = os.environ.get("MERIDIAN_API_LIBRARY")
     if explicit:
@@ -71,6 +77,7 @@ def _declare(api):
     status, size = ctypes.c_int, ctypes.c_size_t
     floats = ctypes.POINTER(ctypes.c_float)
     int32s = ctypes.POINTER(ctypes.c_int32)
+    doubles = ctypes.POINTER(ctypes.c_double)
     run = (status, [handle, floats, size, floats, size])
     signatures = {
         "meridian_head_swap_open": (handle, [text]),
@@ -91,6 +98,13 @@ def _declare(api):
         "meridian_eye_aligner_output_vertex_count": (size, [handle]),
         "meridian_eye_aligner_run": run,
         "meridian_eye_aligner_last_error": (text, [handle]),
+        "meridian_eyeball_fit_open": (handle, [text]),
+        "meridian_eyeball_fit_close": (None, [handle]),
+        "meridian_eyeball_fit_run": (status, [handle, floats, size, ctypes.c_uint,
+                                              ctypes.POINTER(EyePosesStruct)]),
+        "meridian_eyeball_fit_write_posed_eye": (status, [handle, doubles, doubles,
+                                                          ctypes.c_double, text]),
+        "meridian_eyeball_fit_last_error": (text, [handle]),
         "meridian_blendshapes_open": (handle, [text]),
         "meridian_blendshapes_close": (None, [handle]),
         "meridian_blendshapes_set_thread_count": (status, [handle, ctypes.c_uint]),

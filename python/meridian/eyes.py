@@ -1,13 +1,14 @@
 """Eyes: the template eyeball placed in both sockets of a head, and the
 eyeball and eyelash meshes aligned to a head in their export order."""
 import collections
+import ctypes
 import os
 
 import numpy as np
 
 from . import _library
-from ._engine import (MeridianError, SingletonEngine, call_init, call_printing,
-                      double_pointer, float_pointer, head_planar, vertices_from_planar)
+from . import _modern
+from ._engine import double_pointer, float_pointer, head_planar, vertices_from_planar
 from ._modern import Handle
 
 _TEMPLATE_COUNT = 3
@@ -23,16 +24,13 @@ scale:     float, the same for both eyes.
 Eye 0 is the socket around head vertex 12322, eye 1 the one around 7166."""
 
 
-class EyeballFit(SingletonEngine):
-    """The plain eyeball fit, from model_dir + "/eyeball/new_eye.ply". The
-    library keeps one: only one may be open at a time."""
+class EyeballFit(Handle):
+    """The plain eyeball fit, from model_dir + "/eyeball/new_eye.ply"."""
+
+    _kind = "eyeball_fit"
 
     def __init__(self, model_dir):
-        with _library.lock:
-            self._require_none_open()
-            call_init("AI_system_init_eyeball", lambda status, _: status != 1,
-                      os.fsencode(os.fspath(model_dir)))
-            super().__init__()
+        super().__init__("meridian_eyeball_fit_open", os.fsencode(os.fspath(model_dir)))
 
     def fit(self, head, template=0):
         """The eye poses of a (20481, 3) head, first aligned to landmark
@@ -40,16 +38,12 @@ class EyeballFit(SingletonEngine):
         if template not in range(_TEMPLATE_COUNT):
             raise ValueError(f"template is 0, 1 or 2, got {template}")
         planar = head_planar(head)
-        angles, positions, scale = np.empty((2, 3)), np.empty((2, 3)), np.empty(1)
+        poses = _modern.EyePosesStruct()
         with _library.lock:
             self._require_open()
-            status = _library.load().AI_add_eyeball(
-                float_pointer(planar), template, double_pointer(angles[0]),
-                double_pointer(angles[1]), double_pointer(positions[0]),
-                double_pointer(positions[1]), double_pointer(scale))
-        if status != 1:
-            raise MeridianError(f"AI_add_eyeball gave {status}", "AI_add_eyeball")
-        return EyePoses(angles, positions, float(scale[0]))
+            self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
+                                         template, ctypes.byref(poses)), "fit")
+        return EyePoses(np.array(poses.angles_deg), np.array(poses.positions), poses.scale)
 
     def write_posed_eye(self, out_path, angles, position, scale):
         """Writes the template eye mesh of this model ("eyeball/color_eye/
@@ -61,11 +55,9 @@ class EyeballFit(SingletonEngine):
             raise ValueError("angles and position are 3 numbers each")
         with _library.lock:
             self._require_open()
-            _, printed = call_printing("debug_apply_one_pose_save_obj", double_pointer(angles),
-                                       double_pointer(position), float(scale),
-                                       os.fsencode(os.fspath(out_path)))
-        if printed.startswith("can't open"):
-            raise MeridianError(printed.splitlines()[0], "debug_apply_one_pose_save_obj")
+            self._check(self._api("write_posed_eye")(
+                self._handle, double_pointer(angles), double_pointer(position), float(scale),
+                os.fsencode(os.fspath(out_path))), "write_posed_eye")
 
 
 class _Aligner(Handle):

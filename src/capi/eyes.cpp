@@ -1,9 +1,13 @@
 // The eyeball fit and eye aligner handles.
 #include <algorithm>
+#include <cmath>
+#include <filesystem>
 #include <memory>
+#include <string>
 
 #include "capi/handle_support.h"
 #include "common/template_head.h"
+#include "debug/pose_debug.h"
 #include "eyes/eye_tables.h"
 #include "eyes/eyeball_aligner.h"
 #include "eyes/eyeball_fit_state.h"
@@ -71,6 +75,43 @@ extern "C" MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_run(meridian
         std::copy_n(report.eye0Position, 3, poses->positions[0]);
         std::copy_n(report.eye1Position, 3, poses->positions[1]);
         poses->scale = report.scale;
+        return {};
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_eyeball_fit_write_posed_eye(meridian_eyeball_fit* fit, const double* angles_deg,
+                                     const double* position, double scale, const char* path) {
+    return runCall(fit, [&]() -> Error {
+        if (angles_deg == nullptr || position == nullptr)
+            return {ErrorCode::invalidArgument, "", "the angles or the position are NULL"};
+        if (Error error = checkPath(path, "the path")) return error;
+        if (!std::isfinite(scale) || !std::isfinite(angles_deg[0]) ||
+            !std::isfinite(angles_deg[1]) || !std::isfinite(angles_deg[2]) ||
+            !std::isfinite(position[0]) || !std::isfinite(position[1]) ||
+            !std::isfinite(position[2]))
+            return {ErrorCode::invalidArgument, "", "the pose is not finite"};
+        // Written beside the target, then renamed over it.
+        const std::filesystem::path target(path);
+        const std::filesystem::path partial =
+            target.parent_path() / ("." + target.filename().string() + ".partial");
+        Error error;
+        if (!writePosedEyeMesh(fit->state.modelDir(), angles_deg, position, scale, partial.string(),
+                               error)) {
+            std::error_code ignored;
+            std::filesystem::remove(partial, ignored);
+            if (error.path == partial.string())
+                error = {error.code, path, "cannot write " + std::string(path)};
+            return error;
+        }
+        std::error_code renamed;
+        std::filesystem::rename(partial, target, renamed);
+        if (renamed) {
+            std::error_code ignored;
+            std::filesystem::remove(partial, ignored);
+            return {ErrorCode::writeFailed, path,
+                    "cannot write " + std::string(path) + ": " + renamed.message()};
+        }
         return {};
     });
 }
