@@ -10,7 +10,7 @@
 #include <string>
 
 #include "bench_data.h"
-#include "export/head_export.h"
+#include "asset/head_export.h"
 
 namespace {
 

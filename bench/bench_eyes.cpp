@@ -18,6 +18,9 @@
 namespace {
 
 namespace km = kestrel::meridian;
+
+/// Where the benchmarks' loads put their errors (the demo model loads).
+km::Error loadError;
 using meridian::bench::demoModelDir;
 using meridian::bench::sampleHeadPlanar;
 
@@ -42,7 +45,7 @@ BENCHMARK(BM_AI_add_eyeball)->Unit(benchmark::kMicrosecond);
 // Literal: the whole head aligned, then each eye fitted on it.
 void BM_AddEyeballLiteral(benchmark::State& state) {
     km::EyeballFitState fit;
-    if (!fit.load(demoModelDir())) {
+    if (!fit.load(demoModelDir(), loadError)) {
         state.SkipWithError("demo model did not load");
         return;
     }
@@ -80,7 +83,7 @@ template <typename Aligner>
 void runAlignerExport(benchmark::State& state, meridian_handle (*init)(const char*)) {
     const meridian_handle handle = init(demoModelDir().c_str());
     Aligner aligner;
-    if (handle == 0 || !aligner.init(demoModelDir())) {
+    if (handle == 0 || !aligner.init(demoModelDir(), loadError)) {
         state.SkipWithError("demo model did not load");
         return;
     }
@@ -124,7 +127,7 @@ void placeWholeLiteral(const km::CKOVAEyeballAligner& aligner, const Eigen::Matr
 // Literal: the whole template head carried onto the head topology per call.
 void BM_EyeballAlignerLiteral(benchmark::State& state) {
     km::CKOVAEyeballAligner aligner;
-    if (!aligner.init(demoModelDir())) {
+    if (!aligner.init(demoModelDir(), loadError)) {
         state.SkipWithError("demo model did not load");
         return;
     }
@@ -145,7 +148,7 @@ BENCHMARK(BM_EyeballAlignerLiteral)->Unit(benchmark::kMicrosecond);
 
 void BM_EyelashAlignerLiteral(benchmark::State& state) {
     km::CKOVAEyelashAligner aligner;
-    if (!aligner.init(demoModelDir())) {
+    if (!aligner.init(demoModelDir(), loadError)) {
         state.SkipWithError("demo model did not load");
         return;
     }

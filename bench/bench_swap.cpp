@@ -33,7 +33,8 @@ BENCHMARK(BM_SwapHead)->Unit(benchmark::kMicrosecond);
 void BM_SwapHeadLiteral(benchmark::State& state) {
     using namespace kestrel::meridian;
     CHeadConverter converter;
-    if (!converter.initialise(meridian::bench::demoModelDir())) {
+    Error error;
+    if (!converter.initialise(meridian::bench::demoModelDir(), error)) {
         state.SkipWithError("demo model did not load");
         return;
     }

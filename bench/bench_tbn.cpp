@@ -73,8 +73,9 @@ void BM_LiteralGeneral(benchmark::State& state) {
     const kestrel::meridian::ObjMeshData split =
         kestrel::meridian::readObj(tbnFile("head_split_uv.obj"));
     std::vector<int> toHead, toTavi;
-    kestrel::meridian::readTangentFrameIndexFile(tbnFile("idx_tavi2head.txt"), toHead);
-    kestrel::meridian::readTangentFrameIndexFile(tbnFile("idx_head2tavi.txt"), toTavi);
+    kestrel::meridian::Error error;
+    kestrel::meridian::readTangentFrameIndexFile(tbnFile("idx_tavi2head.txt"), toHead, error);
+    kestrel::meridian::readTangentFrameIndexFile(tbnFile("idx_head2tavi.txt"), toTavi, error);
     for (auto _ : state) {
         std::vector<float> out = kestrel::meridian::literal::generalEngineFrames(
             sampleHeadPlanar().data(), split.texcoords, split.faces, split.textureFaces, toHead,

@@ -1,6 +1,8 @@
-# `cmake --install`: the shared library with its header and version header,
+# `cmake --install`: the shared libraries (legacy and modern) with their
+# headers and the version header,
 # the `meridian` tool, the face-landmark provider when it is built, the CMake
-# package (find_package(Meridian) -> Meridian::meridian), a pkg-config file
+# package (find_package(Meridian) -> Meridian::meridian and
+# Meridian::meridian_api), pkg-config files
 # and the Python package. Included last, when every target exists.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -10,11 +12,12 @@ set(MERIDIAN_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Meridian)
 set(MERIDIAN_PYTHON_INSTALL_DIR lib/python3/dist-packages CACHE STRING
   "Where the Python package is installed, relative to the prefix")
 
-install(TARGETS meridian EXPORT MeridianTargets
+install(TARGETS meridian meridian_api EXPORT MeridianTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES include/meridian/meridian.h ${MERIDIAN_GENERATED_INCLUDE_DIR}/meridian/version.h
+install(FILES include/meridian/meridian.h include/meridian/meridian_api.h
+  ${MERIDIAN_GENERATED_INCLUDE_DIR}/meridian/version.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/meridian)
 
 # Programs find the library beside them in <prefix>/lib, wherever the prefix is.
@@ -49,7 +52,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/MeridianConfig.cmake
 file(RELATIVE_PATH MERIDIAN_PC_PREFIX_FROM_PCDIR
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/meridian.pc.in ${CMAKE_CURRENT_BINARY_DIR}/meridian.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/meridian.pc
+configure_file(cmake/meridian_api.pc.in ${CMAKE_CURRENT_BINARY_DIR}/meridian_api.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/meridian.pc ${CMAKE_CURRENT_BINARY_DIR}/meridian_api.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # The Python package, told where the library lies relative to itself.

@@ -13,8 +13,9 @@ using meridian::fuzz::require;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string& path = meridian::fuzz::writeInput(data, size);
     Correspondence record;
+    Error error;
     try {
-        require(loadCorrespondence(record, path));
+        require(loadCorrespondence(record, path, error));
     } catch (const InputRefused&) {
         return 0;
     }

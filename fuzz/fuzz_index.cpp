@@ -16,8 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string& path = meridian::fuzz::writeInput(data, size);
     std::vector<int32_t> shared;
     std::vector<int> own;
-    require(loadIndexList(shared, path));
-    require(readTangentFrameIndexFile(path, own));
+    Error error;
+    require(loadIndexList(shared, path, error));
+    require(readTangentFrameIndexFile(path, own, error));
     require(std::vector<int32_t>(own.begin(), own.end()) == shared);
 
     constexpr int32_t kSourceVertices = 16;

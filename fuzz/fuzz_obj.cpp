@@ -45,8 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < static_cast<int>(count); ++i) identity[static_cast<size_t>(i)] = i;
     TBNEngineGeneral engine;
     const unsigned n = static_cast<unsigned>(count);
-    if (engine.load(mesh.vertices, mesh.texcoords, mesh.faces, mesh.textureFaces, "fuzz",
-                    identity.data(), n, identity.data(), n) != TBNEngineGeneral::kOk)
+    Error error;
+    if (!engine.load(mesh.vertices, mesh.texcoords, mesh.faces, mesh.textureFaces, "fuzz",
+                     identity.data(), n, identity.data(), n, error))
         return 0;
     static const std::vector<float> head(3 * kHead, 0.5f);
     std::vector<float> frames(9 * static_cast<size_t>(engine.outputVertexCount()));

@@ -3,7 +3,9 @@
 # the consumer program built once with find_package(Meridian) and once with
 # pkg-config, both run on a demo model set and a demo capture written by the
 # installed tool (the frame selection through the installed landmark
-# provider), the SONAME checked, and the installed Python package imported.
+# provider), the modern consumer built both ways on the same model set, the
+# SONAMEs and the modern library's exports checked, and the installed Python
+# package imported.
 #   MERIDIAN_BUILD_DIR  the build to install (default: build)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -16,10 +18,17 @@ mkdir -p "$work"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 libdir="$(dirname "$(find "$prefix" -name 'libmeridian.so' | head -1)")"
 
-soname="$(objdump -p "$libdir/libmeridian.so" | awk '$1 == "SONAME" { print $2 }')"
 major="$(sed -n 's/#define MERIDIAN_VERSION_MAJOR //p' "$prefix/include/meridian/version.h")"
-[ "$soname" = "libmeridian.so.$major" ] || { echo "SONAME is '$soname'"; exit 1; }
-echo "SONAME $soname"
+for library in meridian meridian_api; do
+  soname="$(objdump -p "$libdir/lib$library.so" | awk '$1 == "SONAME" { print $2 }')"
+  [ "$soname" = "lib$library.so.$major" ] || { echo "SONAME is '$soname'"; exit 1; }
+  echo "SONAME $soname"
+done
+# The modern library exports its own names only, none of the legacy table.
+if nm -D --defined-only "$libdir/libmeridian_api.so" | awk '{ print $3 }' | grep -v '^meridian_'; then
+  echo "libmeridian_api exports names outside meridian_*"
+  exit 1
+fi
 
 [ -f "$libdir/libcv_face.so" ] || { echo "no landmark provider in $libdir"; exit 1; }
 "$prefix/bin/meridian" demo --out "$work/model" >/dev/null
@@ -35,6 +44,8 @@ echo "find_package build:"
 "$work/cmake-build/meridian_consumer" "$work/model" --capture "$work/capture" </dev/null \
   | tee "$work/find_package.out"
 expect_choice "$work/find_package.out"
+echo "find_package build of the modern consumer:"
+"$work/cmake-build/meridian_modern_consumer" "$work/model"
 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 # shellcheck disable=SC2046  # the flags are meant to split
@@ -45,6 +56,10 @@ mkdir -p "$work/outputs"
 LD_LIBRARY_PATH="$libdir" "$work/pkg-config-consumer" "$work/model" --out "$work/outputs" \
   --capture "$work/capture" </dev/null | tee "$work/pkg-config.out"
 expect_choice "$work/pkg-config.out"
+cc -std=c99 -Wall -Wextra -Werror -o "$work/pkg-config-modern-consumer" \
+  "$root/tests/consumer/modern_consumer.c" $(pkg-config --cflags --libs meridian_api) -lm
+echo "pkg-config build of the modern consumer:"
+LD_LIBRARY_PATH="$libdir" "$work/pkg-config-modern-consumer" "$work/model"
 
 python_dir="$(find "$prefix" -type d -name dist-packages | head -1)"
 PYTHONPATH="$python_dir" /usr/bin/python3 -c '

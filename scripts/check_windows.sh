@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Cross-builds meridian.dll for 64-bit Windows with
-# Debian's mingw-w64, then checks the DLL's export table against
+# Cross-builds meridian.dll and meridian_api.dll (the modern interface) for
+# 64-bit Windows with Debian's mingw-w64, then checks the legacy DLL's export
+# table against
 # cmake/meridian.def (and the .def file's names against the ELF version
 # script cmake/meridian.map). The checker itself is first tried on a small probe DLL
 # with an alias, so an alias that lands on its own address would be caught.
@@ -33,5 +34,18 @@ cmake -S "$root" -B "$build" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/ming
 cmake --build "$build" -j"$(nproc)"
 # All 24 exports, the alias pair at one address.
 $check "$build/bin/meridian.dll" "$root/cmake/meridian.def" --map "$root/cmake/meridian.map"
-# Nothing to ship beside the DLL but the system's own.
-$triple-objdump -p "$build/bin/meridian.dll" | awk '/DLL Name:/ { print "imports " $3 }'
+# The modern interface's DLL exports its meridian_* names and nothing else
+# (none of the legacy table).
+modern_exports="$($triple-objdump -p "$build/bin/meridian_api.dll" |
+  awk '/\[Ordinal\/Name Pointer\] Table/ { table = 1; next } table && NF == 0 { table = 0 }
+       table { print $NF }')"
+[ -n "$modern_exports" ] || { echo "meridian_api.dll exports nothing"; exit 1; }
+if grep -v '^meridian_' <<<"$modern_exports"; then
+  echo "meridian_api.dll exports names outside meridian_*"
+  exit 1
+fi
+echo "meridian_api.dll: $(wc -l <<<"$modern_exports") meridian_* exports"
+# Nothing to ship beside the DLLs but the system's own.
+for dll in meridian.dll meridian_api.dll; do
+  $triple-objdump -p "$build/bin/$dll" | awk -v dll="$dll" '/DLL Name:/ { print dll " imports " $3 }'
+done

@@ -85,10 +85,12 @@ inline ToolRun runCommand(const std::string& commandLine) {
     return run;
 }
 
+#if defined(MERIDIAN_CLI_PATH)
 /// Runs the built `meridian` tool with `arguments` (a shell command line).
 inline ToolRun runTool(const std::string& arguments) {
     return runCommand(std::string(MERIDIAN_CLI_PATH) + " " + arguments);
 }
+#endif
 
 /// Deterministic planar head: 3 * 20481 floats in a plausible range.
 inline std::vector<float> randomPlanarHead(unsigned seed) {

@@ -6,6 +6,7 @@
 #include "demo/demo_model.h"
 #include "fixtures.h"
 #include "io/mesh_readers.h"
+#include "meridian/meridian_api.h"
 
 namespace {
 
@@ -64,6 +65,19 @@ TEST_F(Cli, SwapExplainsWhatIsWrong) {
         EXPECT_NE(run.output.find("error: "), std::string::npos) << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
     }
+}
+
+TEST_F(Cli, ErrorLinesGoToStandardErrorAlone) {
+    TempDir scratch;
+    // Standard output only: a failed load prints nothing there.
+    const ToolRun quiet = meridian::testing::runCommand(
+        "(" + std::string(MERIDIAN_CLI_PATH) + " swap --model " + scratch.str() + " --in " +
+        model_->file("sample_head.obj") + " --out " + scratch.file("a.obj") + " 2>/dev/null)");
+    EXPECT_EQ(quiet.exitCode, 1);
+    EXPECT_EQ(quiet.output, "");
+    const ToolRun version = runTool("--version");
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.output, std::string("meridian ") + meridian_version() + "\n");
 }
 
 TEST_F(Cli, MissingSubcommandIsAUsageError) {

@@ -47,12 +47,14 @@ TEST(DebugHeadData, ReadsPlyAndObjPlanarAndReportsInGbk) {
     Eigen::MatrixXd rows(20481, 3);
     for (Eigen::Index k = 0; k < rows.size(); ++k) rows.data()[k] = static_cast<double>(k);
     out.resize(rows.size());
-    EXPECT_EQ(kestrel::meridian::copyHeadVertices(rows, "h", out.data()), 1);
+    kestrel::meridian::Error error;
+    EXPECT_TRUE(kestrel::meridian::copyHeadVertices(rows, "h", out.data(), error));
     EXPECT_EQ(out[3 * 7 + 2], rows(7, 2));
     EXPECT_EQ(out[3 * 20480 + 1], rows(20480, 1));
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(kestrel::meridian::copyHeadVertices(Eigen::MatrixXd::Ones(4, 3), "h", out.data()), 0);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "h" + kIncorrect + "\n");
+    EXPECT_FALSE(
+        kestrel::meridian::copyHeadVertices(Eigen::MatrixXd::Ones(4, 3), "h", out.data(), error));
+    EXPECT_EQ(error.code, kestrel::meridian::ErrorCode::badContent);
+    EXPECT_EQ(error.path, "h");
 }
 
 class DebugPose : public ::testing::Test {

@@ -238,8 +238,9 @@ std::string file(const std::string& name) {
 
 TEST(DemoModelFiles, CorrespondencesCarryTheTemplateOntoEveryEngineVertex) {
     km::Correspondence toHead, toEngine;
-    ASSERT_TRUE(km::loadCorrespondence(toHead, file("idx_tavi2head.corresp")));
-    ASSERT_TRUE(km::loadCorrespondence(toEngine, file("idx_head2ue4.corresp")));
+    km::Error error;
+    ASSERT_TRUE(km::loadCorrespondence(toHead, file("idx_tavi2head.corresp"), error));
+    ASSERT_TRUE(km::loadCorrespondence(toEngine, file("idx_head2ue4.corresp"), error));
     EXPECT_FALSE(toHead.isPairForm());
     EXPECT_TRUE(toEngine.isPairForm());
     ASSERT_EQ(toHead.size(), static_cast<size_t>(demo::kHeadVertexCount));
@@ -305,8 +306,9 @@ TEST(DemoModelFiles, MeshesReadBackAsTheHeadsTheyHold) {
 TEST(DemoModelFiles, SplitTemplateCopiesHeadVerticesBothWays) {
     const demo::DemoHead& head = demo::demoHead();
     std::vector<int32_t> toHead, fromHead;
-    ASSERT_TRUE(km::loadIndexList(toHead, file("TBN/idx_tavi2head.txt")));
-    ASSERT_TRUE(km::loadIndexList(fromHead, file("TBN/idx_head2tavi.txt")));
+    km::Error error;
+    ASSERT_TRUE(km::loadIndexList(toHead, file("TBN/idx_tavi2head.txt"), error));
+    ASSERT_TRUE(km::loadIndexList(fromHead, file("TBN/idx_head2tavi.txt"), error));
     const km::ObjMeshData split = km::readObj(file("TBN/head_split_uv.obj"));
     ASSERT_EQ(toHead.size(), static_cast<size_t>(split.vertices.cols()));
     ASSERT_EQ(fromHead.size(), static_cast<size_t>(demo::kTemplateVertexCount));

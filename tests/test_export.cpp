@@ -9,9 +9,9 @@
 #include <gtest/gtest.h>
 
 #include "demo/demo_model.h"
-#include "export/engine_mesh.h"
-#include "export/export_error.h"
-#include "export/eye_sides.h"
+#include "asset/engine_mesh.h"
+#include "asset/export_error.h"
+#include "asset/eye_sides.h"
 #include "export_fixtures.h"
 #include "eyes_fixtures.h"
 #include "io/correspondence.h"
@@ -151,7 +151,9 @@ TEST(ExportCli, HeadIsTheSwappedInputUprightFacingForwardWithSeamlessNormals) {
 
     // Unit normals pointing out of the head; copies of one head vertex share theirs.
     km::Correspondence headToEngine;
-    ASSERT_TRUE(km::loadCorrespondence(headToEngine, demoModel().file("idx_head2ue4.corresp")));
+    km::Error error;
+    ASSERT_TRUE(
+        km::loadCorrespondence(headToEngine, demoModel().file("idx_head2ue4.corresp"), error));
     std::vector<Eigen::Index> firstCopy(
         1 + *std::max_element(headToEngine.pairSources.begin(), headToEngine.pairSources.end()),
         -1);

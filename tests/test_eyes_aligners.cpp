@@ -34,7 +34,8 @@ void copyDemoModel(const TempDir& to) {
 template <typename Aligner>
 Eigen::Matrix3Xd aligned(const std::string& model, const Eigen::Matrix3Xd& head) {
     Aligner aligner;
-    EXPECT_TRUE(aligner.init(model));
+    km::Error error;
+    EXPECT_TRUE(aligner.init(model, error)) << error.message;
     Eigen::Matrix3Xd result;
     aligner.apply(head, result);
     return result;
@@ -57,7 +58,8 @@ TEST(EyeAligners, DemoHeadKeepsTheRestPlacementAndTheSampleFollowsItsSockets) {
         EXPECT_LT((balls - restBalls).colwise().norm().maxCoeff(), ballTolerance) << sample;
 
         km::CKOVAEyelashAligner lashAligner;
-        ASSERT_TRUE(lashAligner.init(model));
+        km::Error error;
+        ASSERT_TRUE(lashAligner.init(model, error)) << error.message;
         Eigen::Matrix3Xd lash;
         const auto weights = lashAligner.fitLash(head, lash);
         if (!sample) {
@@ -170,7 +172,8 @@ TEST_F(KnownLash, PassesSolveAndAccumulateTheKnownWeight) {
         for (const double k : {0.0, 0.6, 1.8, -1.2}) {
             write(k, sideVertex);
             km::CKOVAEyelashAligner aligner;
-            ASSERT_TRUE(aligner.init(dir_.str()));
+            km::Error error;
+            ASSERT_TRUE(aligner.init(dir_.str(), error)) << error.message;
             Eigen::Matrix3Xd lash;
             const auto weights = aligner.fitLash(head_, lash);
             const double f = 1.0 - kD[sideVertex] * sum / squares;

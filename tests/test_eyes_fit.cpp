@@ -8,13 +8,13 @@
 #include <gtest/gtest.h>
 #include <Eigen/Geometry>
 
+#include "api/gbk_texts.h"
 #include "debug/pose_debug.h"
 #include "demo/demo_model.h"
 #include "demo/eye_model.h"
 #include "eyes/eye_geometry.h"
 #include "eyes/eyeball_fit_state.h"
 #include "eyes_fixtures.h"
-#include "io/gbk_texts.h"
 #include "io/mesh_readers.h"
 #include "meridian/meridian.h"
 
@@ -53,7 +53,8 @@ class EyeballFit : public ::testing::Test {
 TEST_F(EyeballFit, DemoHeadIsAlignedByTheIdentityAndEyesFillItsSockets) {
     EXPECT_EQ(km::countPlyHeaderLines(demoModel().file("eyeball/new_eye.ply")), 9);
     km::EyeballFitState state;
-    ASSERT_TRUE(state.load(demoModel().str()));
+    km::Error error;
+    ASSERT_TRUE(state.load(demoModel().str(), error)) << error.message;
     // The template eyeball: a sphere about the origin looking toward -y.
     const km::EyeFitRecord& eye = state.record(0);
     EXPECT_NEAR(eye.refRadius, demo::kEyeballRadius, 1e-6);

@@ -183,9 +183,9 @@ TEST_F(HeadSwap, FailedInitsNameTheFileAndTheEntry) {
     // A missing second file leaves the first loaded.
     std::filesystem::remove(toEnginePath);
     kestrel::meridian::CHeadConverter converter;
-    ::testing::internal::CaptureStdout();
-    EXPECT_FALSE(converter.initialise(dir.str()));
-    ::testing::internal::GetCapturedStdout();
+    kestrel::meridian::Error error;
+    EXPECT_FALSE(converter.initialise(dir.str(), error));
+    EXPECT_EQ(error.code, kestrel::meridian::ErrorCode::cannotOpenCorrespondence);
     EXPECT_EQ(converter.templateToHead().size(), 2u);
     EXPECT_EQ(converter.headToEngine().size(), 0u);
 }

@@ -16,6 +16,8 @@ using kestrel::meridian::applyCorrespondence;
 using kestrel::meridian::applyIndexList;
 using kestrel::meridian::BadSourceIndex;
 using kestrel::meridian::Correspondence;
+using kestrel::meridian::Error;
+using kestrel::meridian::ErrorCode;
 using kestrel::meridian::firstSourceOutOfRange;
 using kestrel::meridian::loadCorrespondence;
 using kestrel::meridian::loadIndexList;
@@ -126,7 +128,8 @@ TEST(CorrespondenceLoad, FileGrammarEdgeCases) {
         Correspondence r;
         r.targets = r.pairSources = r.weightedSecond = r.triangles = {9, 9, 9, 9};
         r.weights = r.vertexWeights = {0.5};
-        ASSERT_TRUE(loadCorrespondence(r, dir.write("map.corresp", c.text)));
+        Error error;
+        ASSERT_TRUE(loadCorrespondence(r, dir.write("map.corresp", c.text), error));
         EXPECT_EQ(r.targets, c.targets);
         EXPECT_EQ(r.pairSources, pair ? c.sources : Ints{});
         EXPECT_EQ(r.weightedSecond, pair ? Ints{} : c.sources);
@@ -150,12 +153,13 @@ TEST(CorrespondenceLoad, WeightAndIndexFilesStopAtTheFirstForeignToken) {
     EXPECT_EQ(record.pairSources, Ints{4});
 
     Ints list{99, 98};
-    ASSERT_TRUE(loadIndexList(list, dir.write("a.txt", "3 1 4\n1 5\r\n9\t2 6 end 5 3\n")));
+    Error error;
+    ASSERT_TRUE(loadIndexList(list, dir.write("a.txt", "3 1 4\n1 5\r\n9\t2 6 end 5 3\n"), error));
     EXPECT_EQ(list, (Ints{3, 1, 4, 1, 5, 9, 2, 6}));
     // "4.5" yields 4; the extraction after it meets ".5" and stops.
-    ASSERT_TRUE(loadIndexList(list, dir.write("b.txt", "7 -2 4.5 8")));
+    ASSERT_TRUE(loadIndexList(list, dir.write("b.txt", "7 -2 4.5 8"), error));
     EXPECT_EQ(list, (Ints{7, -2, 4}));
-    ASSERT_TRUE(loadIndexList(list, dir.write("c.txt", "")));
+    ASSERT_TRUE(loadIndexList(list, dir.write("c.txt", ""), error));
     EXPECT_TRUE(list.empty());
 }
 
@@ -167,19 +171,23 @@ TEST(CorrespondenceLoad, MissingFilesAreReportedAndChangeNothing) {
     record.pairSources = {1, 2};
     record.vertexWeights = {0.5};
     Ints list{1, 2, 3};
+    Error error;
     const struct {
         std::function<bool()> load;
-        std::string says;
+        ErrorCode code;
     } cases[] = {
-        {[&] { return loadCorrespondence(record, path); },
-         "Invalid correspondence file: " + path + "\n"},
-        {[&] { return loadWeightFile(record, path); }, ""},
-        {[&] { return loadIndexList(list, path); }, "Invalid indices file: " + path + "\n"},
+        {[&] { return loadCorrespondence(record, path, error); },
+         ErrorCode::cannotOpenCorrespondence},
+        {[&] { return loadWeightFile(record, path); }, ErrorCode::ok},
+        {[&] { return loadIndexList(list, path, error); }, ErrorCode::cannotOpenIndexList},
     };
     for (const auto& c : cases) {
+        error = {};
         testing::internal::CaptureStdout();
         EXPECT_FALSE(c.load());
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.says);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        EXPECT_EQ(error.code, c.code);
+        EXPECT_EQ(error.path, error ? path : "");
     }
     EXPECT_EQ(record.targets, (Ints{7, 8}));
     EXPECT_EQ(record.pairSources, (Ints{1, 2}));

@@ -263,7 +263,8 @@ TEST(ObjReaderVertexLines, ReadAndRewriteOnlyVLines) {
     vertices << 1.5, 1e6,   //
         -2.25, -0.0000004,  //
         0.1234567, 0;
-    ASSERT_TRUE(rewriteObjVertexLines(templatePath, outPath, vertices));
+    kestrel::meridian::Error error;
+    ASSERT_TRUE(rewriteObjVertexLines(templatePath, outPath, vertices, error));
     // Vertex lines beyond the matrix, other line ends and a last line
     // without one stay as they are.
     std::string expected = kTemplate;
@@ -272,15 +273,14 @@ TEST(ObjReaderVertexLines, ReadAndRewriteOnlyVLines) {
                      "v 1000000.000000 -0.000000 0.000000");
     EXPECT_EQ(readBytes(outPath), expected);
 
-    // Files that cannot be opened are reported.
+    // Files that cannot be opened are named.
     const std::string noDir = dir.file("no-such-dir/out.obj"), missing = dir.file("absent.obj");
     const struct {
         std::string from, to, unopenable;
     } cases[] = {{templatePath, noDir, noDir}, {missing, outPath, missing}};
     for (const auto& c : cases) {
-        testing::internal::CaptureStdout();
-        EXPECT_FALSE(rewriteObjVertexLines(c.from, c.to, vertices));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "can't open " + c.unopenable + "\n");
+        EXPECT_FALSE(rewriteObjVertexLines(c.from, c.to, vertices, error));
+        EXPECT_EQ(error.path, c.unopenable);
     }
 }
 

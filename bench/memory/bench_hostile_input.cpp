@@ -116,7 +116,8 @@ void BM_CorrespondenceCount(benchmark::State& state) {
                         << "\n# end_header\n1 1 0 1 2 0.2 0.3 0.5\n";
     measure(state, file, [&] {
         Correspondence record;
-        loadCorrespondence(record, file.string());
+        kestrel::meridian::Error error;
+        loadCorrespondence(record, file.string(), error);
         benchmark::DoNotOptimize(record.targets.data());
     });
 }

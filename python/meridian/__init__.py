@@ -2,9 +2,11 @@
 
 Vertices go in as (N, 3) arrays (converted to float32) and results come out
 as float32 arrays of the same form. A failure the library reports raises
-MeridianError carrying the message it printed. Engines are closed by
-close() or a `with` block; see _engine for how that maps onto the library,
-which frees engines only all at once.
+MeridianError carrying its message. HeadSwap, the tangent-frame engines,
+the aligners, Blendshapes and Exporter are handles of the modern interface
+(libmeridian_api): each owns its engine, and close() or a `with` block
+frees it alone. EyeballFit, RgbdSelector and the debug readers still run on
+the legacy exports (see _engine for their lifetime rules).
 
 The library is found through MERIDIAN_LIBRARY (a file path), then beside
 this package, then where `cmake --install` put it, then on the system's
@@ -14,7 +16,7 @@ from ._engine import TEMPLATE_VERTICES, MeridianError, release_all
 from ._library import library_path
 from .blendshapes import SHAPE_NAMES, Blendshapes
 from .debug import read_head_obj, read_head_ply
-from .export import export_glb
+from .export import Exporter, export_glb
 from .eyes import EyeballAligner, EyeballFit, EyelashAligner, EyePoses
 from .headswap import HeadSwap
 from .rgbd import FinalChoice, Intake, RgbdSelector
@@ -24,5 +26,5 @@ __all__ = [
     "TEMPLATE_VERTICES", "MeridianError", "release_all", "library_path", "HeadSwap",
     "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames", "EyeballFit", "EyePoses",
     "EyeballAligner", "EyelashAligner", "Blendshapes", "SHAPE_NAMES", "RgbdSelector", "Intake",
-    "FinalChoice", "read_head_ply", "read_head_obj", "export_glb",
+    "FinalChoice", "read_head_ply", "read_head_obj", "Exporter", "export_glb",
 ]

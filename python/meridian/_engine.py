@@ -30,6 +30,9 @@ class MeridianError(RuntimeError):
 # Close callbacks of the open engines, keyed by id (a finalizer each).
 _open = {}
 
+# Open handles of the modern interface (each owns its engine).
+modern_handles = weakref.WeakSet()
+
 
 def _release_if_idle():
     if not _open:
@@ -39,6 +42,8 @@ def _release_if_idle():
 def release_all():
     """Closes every open engine and releases all of the library's memory."""
     with _library.lock:
+        for handle in list(modern_handles):
+            handle.close()
         for finalizer in list(_open.values()):
             finalizer()
         _library.load().AI_system_over()

@@ -4,8 +4,8 @@ import os
 import numpy as np
 
 from . import _library
-from ._engine import (TEMPLATE_VERTICES, MeridianError, SingletonEngine, _release_if_idle,
-                      call_printing, float_pointer, head_planar)
+from ._engine import TEMPLATE_VERTICES, float_pointer, head_planar
+from ._modern import Handle
 
 SHAPE_NAMES = ("neutral", "gill_left", "gill_right", "nose", "ear_left", "ear_right")
 
@@ -57,56 +57,24 @@ DATA_FILES = (
     ("mask/ear_right/weight_in3_r_3_c_104.bin", 3, 104),
 )
 
-_LOADED = "----load next info use time"
-
-
-def check_data_files(model_dir):
-    """The message the library would print for the first data file it cannot
-    use (missing, not a regular file, unreadable, or shorter than its shape),
-    or None. The library ends the process on such a file."""
-    directory = os.fspath(model_dir) + "/BS/"
-    for name, rows, cols in DATA_FILES:
-        path = directory + name
-        try:
-            with open(path, "rb") as stream:
-                size = os.fstat(stream.fileno()).st_size
-        except OSError:
-            return f"Unable to open file: {path}"
-        if not os.path.isfile(path):
-            return f"Unable to open file: {path}"
-        needed = 8 * rows * cols
-        if size < needed:
-            return (f"Matrix file too short: {path} holds {size} bytes, {rows} x {cols} "
-                    f"doubles need {needed}")
-    return None
-
-
-class Blendshapes(SingletonEngine):
+class Blendshapes(Handle):
     """The blendshape engine, from model_dir + "/BS/" (about 280 MB in memory
-    for the full face model). The library keeps one: only one may be open at
-    a time.
+    for the full face model). A missing, short or refused file raises
+    MeridianError naming it.
 
-    The files are checked before the library is called, because it ends the
-    whole process on a missing or short file; a file that changes between the
-    check and the load still does that.
+    threads: how many threads one shapes() call spreads its five regions
+    over; 1 for a batch worker, None for the processor count (at most 5).
+    The results are the same bits for any number.
     """
 
-    def __init__(self, model_dir):
-        model_dir = os.fspath(model_dir)
-        with _library.lock:
-            self._require_none_open()
-            problem = check_data_files(model_dir)
-            if problem is not None:
-                raise MeridianError(problem, "AI_system_initDynamic_BS")
-            status, printed = call_printing("AI_system_initDynamic_BS", os.fsencode(model_dir))
-            # The init returns 1 whatever it met: a model it refused (an index
-            # naming no vertex, a standard deviation that is not positive)
-            # prints why after its first line and never reports the load time.
-            if status != 1 or _LOADED not in printed:
-                _release_if_idle()
-                reason = printed.split("\n", 1)[-1].strip()
-                raise MeridianError(reason, "AI_system_initDynamic_BS")
-            super().__init__()
+    _kind = "blendshapes"
+
+    def __init__(self, model_dir, threads=None):
+        super().__init__("meridian_blendshapes_open", os.fsencode(os.fspath(model_dir)))
+        if threads is not None:
+            if threads < 1:
+                raise ValueError(f"threads is at least 1, got {threads}")
+            self._check(self._api("set_thread_count")(self._handle, threads), "threads")
 
     def shapes(self, head):
         """The six shapes of a (20481, 3) head: (6, 20481, 3) float32, in the
@@ -115,7 +83,6 @@ class Blendshapes(SingletonEngine):
         out = np.empty((len(SHAPE_NAMES), 3, TEMPLATE_VERTICES), dtype=np.float32)
         with _library.lock:
             self._require_open()
-            status = _library.load().AI_get_BS(float_pointer(planar), float_pointer(out))
-        if status != 1:
-            raise MeridianError(f"AI_get_BS gave {status}", "AI_get_BS")
+            self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
+                                         float_pointer(out), out.size), "shapes")
         return np.ascontiguousarray(out.transpose(0, 2, 1))

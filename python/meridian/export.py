@@ -1,67 +1,109 @@
-"""A head written as a .glb asset by the `meridian` tool's `export` command."""
+"""Head assets (.glb) through the modern interface's asset builder: an
+Exporter keeps its engines loaded across heads; export_glb is a one-off."""
+import ctypes
 import os
-import shutil
-import subprocess
-import sys
-import tempfile
+import weakref
 
 import numpy as np
 
-from . import _library
-from ._engine import TEMPLATE_VERTICES, MeridianError
+from . import _library, _modern
+from ._engine import MeridianError, float_pointer, head_planar
 
 SKIPPABLE = ("eyes", "blendshapes")
-_TOOL = "meridian.exe" if sys.platform == "win32" else "meridian"
 
 
-def find_tool():
-    """The `meridian` tool: MERIDIAN_TOOL, else the one beside the loaded
-    library's tree (bin/ next to its lib/, in a build or an installed
-    prefix), else the first on PATH. None when there is none."""
-    explicit = os.environ.get("MERIDIAN_TOOL")
-    if explicit:
-        return explicit
-    beside = os.path.join(_library.library_directory(), os.pardir, "bin", _TOOL)
-    if os.path.isfile(beside) and os.access(beside, os.X_OK):
-        return os.path.normpath(beside)
-    return shutil.which(_TOOL)
-
-
-def _write_ply(path, vertices):
-    with open(path, "w") as ply:
-        ply.write("ply\nformat ascii 1.0\n"
-                  f"element vertex {len(vertices)}\n"
-                  "property float x\nproperty float y\nproperty float z\nend_header\n")
-        # Nine significant digits give every float32 back exactly.
-        np.savetxt(ply, vertices, fmt="%.9g")
-
-
-def export_glb(model_dir, head, out_path, skip=()):
-    """Writes a (20481, 3) head with the model's eyes and blendshapes as a
-    binary glTF asset at `out_path`, leaving out what `skip` names ("eyes",
-    "blendshapes"). Returns out_path. Raises MeridianError with the tool's
-    message when it fails."""
-    vertices = np.asarray(head, dtype=np.float32)
-    if vertices.shape != (TEMPLATE_VERTICES, 3):
-        raise ValueError(f"a head has shape ({TEMPLATE_VERTICES}, 3), got {vertices.shape}")
+def _skipped(skip):
     skip = (skip,) if isinstance(skip, str) else tuple(skip)
     for part in skip:
         if part not in SKIPPABLE:
             raise ValueError(f"skip names {' or '.join(SKIPPABLE)}, got {part!r}")
-    tool = find_tool()
-    if tool is None:
-        raise MeridianError(f"the {_TOOL} tool was found neither beside the library nor on PATH")
-    with tempfile.TemporaryDirectory(prefix="meridian-export-") as scratch:
-        head_path = os.path.join(scratch, "head.ply")
-        _write_ply(head_path, vertices)
-        command = [tool, "export", "--model", os.fspath(model_dir), "--in", head_path, "--out",
-                   os.fspath(out_path)]
-        for part in skip:
-            command += ["--skip", part]
-        run = subprocess.run(command, capture_output=True, text=True)
-    if run.returncode != 0:
-        said = [line[len("error: "):] for line in run.stderr.splitlines()
-                if line.startswith("error: ")]
-        raise MeridianError("; ".join(said) or run.stderr.strip() or run.stdout.strip()
-                            or f"{tool} export ended with status {run.returncode}", "export")
+    return skip
+
+
+class Exporter:
+    """The engines a head asset needs, loaded once from `model_dir`, leaving
+    out what `skip` names ("eyes", "blendshapes").
+
+    >>> with Exporter("demo-model") as exporter:
+    ...     for name, head in heads:
+    ...         report = exporter.export(head, f"{name}.glb")
+    """
+
+    def __init__(self, model_dir, skip=(), metres_per_unit=0.0):
+        skip = _skipped(skip)
+        with _library.lock:
+            self._handle = _modern.open_handle(
+                "meridian_asset_builder_open", os.fsencode(os.fspath(model_dir)),
+                "blendshapes" not in skip, "eyes" not in skip, float(metres_per_unit))
+        self._finalizer = weakref.finalize(self, _modern.load().meridian_asset_builder_close,
+                                           self._handle)
+
+    def build(self, head):
+        """Builds the asset of a (20481, 3) head: (glb bytes, report dict)."""
+        planar = head_planar(head)
+        report = _modern.AssetReport()
+        api = _modern.load()
+        with _library.lock:
+            self._require_open()
+            _modern.check(api.meridian_asset_builder_build(self._handle, float_pointer(planar),
+                                                           planar.size, ctypes.byref(report)),
+                          self._handle, "meridian_asset_builder_last_error", "build")
+            glb = ctypes.create_string_buffer(api.meridian_asset_builder_glb_size(self._handle))
+            _modern.check(api.meridian_asset_builder_copy_glb(self._handle, glb, len(glb)),
+                          self._handle, "meridian_asset_builder_last_error", "build")
+        return glb.raw, _report(report)
+
+    def export(self, head, out_path):
+        """Builds the asset of a (20481, 3) head and writes it to `out_path`
+        atomically. Returns the report dict."""
+        planar = head_planar(head)
+        report = _modern.AssetReport()
+        api = _modern.load()
+        with _library.lock:
+            self._require_open()
+            _modern.check(api.meridian_asset_builder_build(self._handle, float_pointer(planar),
+                                                           planar.size, ctypes.byref(report)),
+                          self._handle, "meridian_asset_builder_last_error", "export")
+            _modern.check(api.meridian_asset_builder_write_glb(
+                self._handle, os.fsencode(os.fspath(out_path))),
+                          self._handle, "meridian_asset_builder_last_error", "export")
+        return _report(report)
+
+    def close(self):
+        self._finalizer()
+
+    @property
+    def closed(self):
+        return not self._finalizer.alive
+
+    def _require_open(self):
+        if self.closed:
+            raise MeridianError("Exporter is closed", None)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+
+def _report(report):
+    return {
+        "eye_scale": report.eye_scale,
+        "eye_scale_clamped": bool(report.eye_scale_clamped),
+        "region_max_displacement": list(report.region_max_displacement),
+        "bounds": (list(report.bounds_min), list(report.bounds_max)),
+        "non_finite_positions": report.non_finite_positions,
+        "non_finite_normals": report.non_finite_normals,
+    }
+
+
+def export_glb(model_dir, head, out_path, skip=()):
+    """Writes a (20481, 3) head with the model's eyes and blendshapes as a
+    binary glTF asset at `out_path` (atomically), leaving out what `skip`
+    names ("eyes", "blendshapes"). Returns out_path."""
+    vertices = np.asarray(head, dtype=np.float32)
+    head_planar(vertices)  # the shape check, before anything is loaded
+    with Exporter(model_dir, skip) as exporter:
+        exporter.export(vertices, out_path)
     return out_path

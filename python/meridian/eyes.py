@@ -1,19 +1,17 @@
 """Eyes: the template eyeball placed in both sockets of a head, and the
 eyeball and eyelash meshes aligned to a head in their export order."""
 import collections
+import ctypes
 import os
 
 import numpy as np
 
 from . import _library
-from ._engine import (Engine, MeridianError, SingletonEngine, call_init, call_printing,
-                      double_pointer, float_pointer, head_planar, refused_handle,
-                      vertices_from_planar)
+from . import _modern
+from ._engine import double_pointer, float_pointer, head_planar, vertices_from_planar
+from ._modern import Handle
 
 _TEMPLATE_COUNT = 3
-# An aligner's output never has more vertices than its export-order file has
-# bytes, nor more than 2^24 (the library refuses such a file).
-_MAX_ELEMENTS = 1 << 24
 
 EyePoses = collections.namedtuple("EyePoses", "angles positions scale")
 EyePoses.__doc__ = """Both eyes' poses: a template-eyeball vertex v of eye k goes to
@@ -26,16 +24,13 @@ scale:     float, the same for both eyes.
 Eye 0 is the socket around head vertex 12322, eye 1 the one around 7166."""
 
 
-class EyeballFit(SingletonEngine):
-    """The plain eyeball fit, from model_dir + "/eyeball/new_eye.ply". The
-    library keeps one: only one may be open at a time."""
+class EyeballFit(Handle):
+    """The plain eyeball fit, from model_dir + "/eyeball/new_eye.ply"."""
+
+    _kind = "eyeball_fit"
 
     def __init__(self, model_dir):
-        with _library.lock:
-            self._require_none_open()
-            call_init("AI_system_init_eyeball", lambda status, _: status != 1,
-                      os.fsencode(os.fspath(model_dir)))
-            super().__init__()
+        super().__init__("meridian_eyeball_fit_open", os.fsencode(os.fspath(model_dir)))
 
     def fit(self, head, template=0):
         """The eye poses of a (20481, 3) head, first aligned to landmark
@@ -43,16 +38,12 @@ class EyeballFit(SingletonEngine):
         if template not in range(_TEMPLATE_COUNT):
             raise ValueError(f"template is 0, 1 or 2, got {template}")
         planar = head_planar(head)
-        angles, positions, scale = np.empty((2, 3)), np.empty((2, 3)), np.empty(1)
+        poses = _modern.EyePosesStruct()
         with _library.lock:
             self._require_open()
-            status = _library.load().AI_add_eyeball(
-                float_pointer(planar), template, double_pointer(angles[0]),
-                double_pointer(angles[1]), double_pointer(positions[0]),
-                double_pointer(positions[1]), double_pointer(scale))
-        if status != 1:
-            raise MeridianError(f"AI_add_eyeball gave {status}", "AI_add_eyeball")
-        return EyePoses(angles, positions, float(scale[0]))
+            self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
+                                         template, ctypes.byref(poses)), "fit")
+        return EyePoses(np.array(poses.angles_deg), np.array(poses.positions), poses.scale)
 
     def write_posed_eye(self, out_path, angles, position, scale):
         """Writes the template eye mesh of this model ("eyeball/color_eye/
@@ -64,39 +55,31 @@ class EyeballFit(SingletonEngine):
             raise ValueError("angles and position are 3 numbers each")
         with _library.lock:
             self._require_open()
-            _, printed = call_printing("debug_apply_one_pose_save_obj", double_pointer(angles),
-                                       double_pointer(position), float(scale),
-                                       os.fsencode(os.fspath(out_path)))
-        if printed.startswith("can't open"):
-            raise MeridianError(printed.splitlines()[0], "debug_apply_one_pose_save_obj")
+            self._check(self._api("write_posed_eye")(
+                self._handle, double_pointer(angles), double_pointer(position), float(scale),
+                os.fsencode(os.fspath(out_path))), "write_posed_eye")
 
 
-class _Aligner(Engine):
+class _Aligner(Handle):
     """An aligner: loaded from a model directory, it fits its mesh to a head
-    and writes it in export order. Both kinds run through one export."""
+    and writes it in export order."""
 
-    _init = None  # the kind's init export
-    _export_order = None  # its export-order file, relative to the model
+    _kind = "eye_aligner"
+    _open = None  # the kind's open function
 
     def __init__(self, model_dir):
-        model_dir = os.fspath(model_dir)
-        with _library.lock:
-            self._handle = call_init(self._init, refused_handle, os.fsencode(model_dir))
-            order = os.path.join(model_dir, self._export_order)
-            self._capacity = min(os.path.getsize(order), _MAX_ELEMENTS)
-            super().__init__()
+        super().__init__(self._open, os.fsencode(os.fspath(model_dir)))
 
     def align(self, head):
         """The mesh fitted to a (20481, 3) head: (N, 3) float32 in export
         order."""
         planar = head_planar(head)
-        out = np.empty(3 * max(self._capacity, 1), dtype=np.float32)
         with _library.lock:
             self._require_open()
-            count = _library.load().AI_add_eyeball_kova(self._handle, float_pointer(planar),
-                                                        float_pointer(out), 0)
-        if count < 0 or count > self._capacity:
-            raise MeridianError(f"AI_add_eyeball_kova gave {count} vertices", "AI_add_eyeball_kova")
+            count = self._api("output_vertex_count")(self._handle)
+            out = np.empty(3 * count, dtype=np.float32)
+            self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
+                                         float_pointer(out), out.size), "align")
         return vertices_from_planar(out, count)
 
 
@@ -105,8 +88,7 @@ class EyeballAligner(_Aligner):
     to 0.9..1.1), then each turned and moved onto its socket; from the
     model's "idx_tavi2head.corresp" and "eyeball/" files."""
 
-    _init = "AI_system_init_eyeball_kova"
-    _export_order = os.path.join("eyeball", "idx_eyeball2ue4.corresp")
+    _open = "meridian_eye_aligner_open_eyeball"
 
 
 class EyelashAligner(_Aligner):
@@ -114,5 +96,4 @@ class EyelashAligner(_Aligner):
     blendshape with weights solved from the remaining offset (five passes);
     from the model's "idx_tavi2head.corresp" and "eyelash/" files."""
 
-    _init = "AI_system_init_eyelash_kova"
-    _export_order = os.path.join("eyelash", "idx_eyelash2ue4.corresp")
+    _open = "meridian_eye_aligner_open_eyelash"

@@ -2,13 +2,12 @@
 import collections
 import ctypes
 import os
-import re
 
 import numpy as np
 
 from . import _library
-from ._engine import (TEMPLATE_VERTICES, Engine, MeridianError, SingletonEngine, call_init,
-                      float_pointer, head_planar, refused_handle)
+from ._engine import float_pointer, head_planar
+from ._modern import Handle
 
 TangentFrames = collections.namedtuple("TangentFrames", "tangent bitangent normal")
 TangentFrames.__doc__ = "Per-vertex frames, each field an (n, 3) float32 array."
@@ -20,47 +19,30 @@ def _frames(planar, count):
     return TangentFrames(*(np.ascontiguousarray(rows[k:k + 3].T) for k in (0, 3, 6)))
 
 
-class FixedTangentFrames(SingletonEngine):
-    """The fixed engine, from model_dir + "/TBN/std_20481_with_UV_F_TF.obj".
-    The library holds one such engine: only one may be open at a time."""
-
-    def __init__(self, model_dir):
-        with _library.lock:
-            self._require_none_open()
-            call_init("AI_system_init_TBN", lambda status, _: status != 1,
-                      os.fsencode(os.fspath(model_dir)))
-            super().__init__()
+class _FrameEngine(Handle):
+    _kind = "tangent_frames"
 
     def frames(self, head):
-        """Frames of the 20481 head vertices: (20481, 3) in."""
+        """Frames of the output vertices of a (20481, 3) head."""
         planar = head_planar(head)
-        out = np.empty(9 * TEMPLATE_VERTICES, dtype=np.float32)
         with _library.lock:
             self._require_open()
-            status = _library.load().AI_get_TBN(float_pointer(planar), float_pointer(out))
-        if status != 1:
-            raise MeridianError(f"AI_get_TBN gave {status}", "AI_get_TBN")
-        return _frames(out, TEMPLATE_VERTICES)
+            count = self._api("output_vertex_count")(self._handle)
+            out = np.empty(9 * count, dtype=np.float32)
+            self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
+                                         float_pointer(out), out.size), "frames")
+        return _frames(out, count)
 
 
-def _read_index_file(path):
-    """The integers the library reads from an index file (up to the first
-    token that is not one), and an upper bound on their number that holds
-    however the file is written: each integer needs its own run of digits."""
-    with open(path, "rb") as stream:
-        data = stream.read()
-    values, position = [], 0
-    number = re.compile(rb"\s*([+-]?\d+)")
-    while True:
-        match = number.match(data, position)
-        if not match or not -2**31 <= int(match.group(1)) < 2**31:
-            break
-        values.append(int(match.group(1)))
-        position = match.end()
-    return values, len(re.findall(rb"\d+", data))
+class FixedTangentFrames(_FrameEngine):
+    """The fixed engine, from model_dir + "/TBN/std_20481_with_UV_F_TF.obj":
+    frames of the 20481 head vertices."""
+
+    def __init__(self, model_dir):
+        super().__init__("meridian_tangent_frames_open", os.fsencode(os.fspath(model_dir)))
 
 
-class GeneralTangentFrames(Engine):
+class GeneralTangentFrames(_FrameEngine):
     """A general engine on a template with its own vertex numbering.
 
     tavi_to_head: for every template vertex, the head vertex it copies.
@@ -69,40 +51,21 @@ class GeneralTangentFrames(Engine):
     """
 
     def __init__(self, template_obj, tavi_to_head, head_to_tavi):
-        to_head = np.ascontiguousarray(tavi_to_head, dtype=np.intc)
-        to_tavi = np.ascontiguousarray(head_to_tavi, dtype=np.intc)
+        to_head = np.ascontiguousarray(tavi_to_head, dtype=np.int32)
+        to_tavi = np.ascontiguousarray(head_to_tavi, dtype=np.int32)
         if to_head.ndim != 1 or to_tavi.ndim != 1:
             raise ValueError("index lists are one-dimensional")
-        ints = ctypes.POINTER(ctypes.c_int)
-        with _library.lock:
-            self._handle = call_init(
-                "AI_system_init_TBN_g", refused_handle,
-                os.fsencode(os.fspath(template_obj)), to_head.ctypes.data_as(ints), to_head.size,
-                to_tavi.ctypes.data_as(ints), to_tavi.size)
-            self._count = self._capacity = to_tavi.size
-            super().__init__()
+        ints = ctypes.POINTER(ctypes.c_int32)
+        super().__init__("meridian_tangent_frames_open_general",
+                         os.fsencode(os.fspath(template_obj)), to_head.ctypes.data_as(ints),
+                         to_head.size, to_tavi.ctypes.data_as(ints), to_tavi.size)
 
     @classmethod
     def from_files(cls, template_obj, tavi_to_head_file, head_to_tavi_file):
         """The same engine with both index lists read by the library from text
         files of whitespace-separated integers."""
         engine = cls.__new__(cls)
-        with _library.lock:
-            engine._handle = call_init(
-                "AI_system_init_TBN_g2", refused_handle,
-                *(os.fsencode(os.fspath(p))
-                  for p in (template_obj, tavi_to_head_file, head_to_tavi_file)))
-            values, bound = _read_index_file(head_to_tavi_file)
-            engine._count, engine._capacity = min(len(values), bound), bound
-            Engine.__init__(engine)
+        Handle.__init__(engine, "meridian_tangent_frames_open_general_files",
+                        *(os.fsencode(os.fspath(p))
+                          for p in (template_obj, tavi_to_head_file, head_to_tavi_file)))
         return engine
-
-    def frames(self, head):
-        """Frames of the output vertices: (20481, 3) head in."""
-        planar = head_planar(head)
-        out = np.empty(9 * max(self._capacity, 1), dtype=np.float32)
-        with _library.lock:
-            self._require_open()
-            _library.load().AI_get_TBN_g(self._handle, float_pointer(planar),
-                                         float_pointer(out))
-        return _frames(out, self._count)

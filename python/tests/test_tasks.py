@@ -3,6 +3,7 @@ bad input raises with the library's message."""
 import pathlib
 import re
 import struct
+import subprocess
 
 import numpy as np
 import pytest
@@ -125,6 +126,24 @@ def test_export_writes_a_binary_gltf_asset(model, head, tmp_path):
     assert full.stat().st_size > bare.stat().st_size  # eyes and shapes take room
 
 
+def test_exporter_keeps_its_engines_and_gives_the_tools_bytes(model, head, tmp_path):
+    from conftest import TOOL
+    tool_glb = tmp_path / "tool.glb"
+    subprocess.run([TOOL, "export", "--model", model, "--in", model / "sample_head.obj",
+                    "--out", tool_glb], check=True, capture_output=True)
+    with meridian.Exporter(model) as exporter:
+        glb, report = exporter.build(head)
+        again, _ = exporter.build(head)
+        exporter.export(head, tmp_path / "written.glb")
+    assert exporter.closed
+    assert glb == again == tool_glb.read_bytes() == (tmp_path / "written.glb").read_bytes()
+    assert 0.9 <= report["eye_scale"] <= 1.1
+    assert all(moved > 0 for moved in report["region_max_displacement"])
+    assert report["non_finite_positions"] == report["non_finite_normals"] == 0
+    low, high = report["bounds"]
+    assert all(a < b for a, b in zip(low, high))
+
+
 def test_bad_input_raises(model, head, tmp_path):
     missing = tmp_path / "absent"
     hostile = tmp_path / "hostile"
@@ -141,33 +160,32 @@ def test_bad_input_raises(model, head, tmp_path):
                 f.truncate(8 * rows * cols - (directory == short and "sigma" in name))
     cases = [
         (lambda: meridian.HeadSwap(missing), meridian.MeridianError,
-         f"Invalid correspondence file: {missing / 'idx_tavi2head.corresp'}"),
+         f"cannot open {missing / 'idx_tavi2head.corresp'}"),
         (lambda: meridian.HeadSwap(hostile), meridian.MeridianError,
          "element count 16777216 cannot be honest in a file of 34 bytes"),
         (lambda: meridian.FixedTangentFrames(missing), meridian.MeridianError,
-         "not exist! initialize TBN failed!"),
+         f"{missing}/TBN/std_20481_with_UV_F_TF.obj: no texture coordinates"),
         (lambda: meridian.GeneralTangentFrames(split, [0, 1, 2], [0]), meridian.MeridianError,
-         "Failed to init TBN calculation for invalid idx_tavi2head!"),
+         "idx_tavi2head has 3 entries"),
         (lambda: meridian.GeneralTangentFrames.from_files(split, missing, missing),
-         meridian.MeridianError, f"Invalid index file: {missing}"),
+         meridian.MeridianError, f"cannot open {missing}"),
         (lambda: meridian.HeadSwap(model).swap(head[:-1]), ValueError, "(20481, 3)"),
         (lambda: meridian.FixedTangentFrames(model).frames(head.T), ValueError, "(20481, 3)"),
         (lambda: meridian.EyeballFit(missing), meridian.MeridianError,
-         f"{missing}/eyeball/new_eye.ply 路径不存在"),
+         f"cannot open {missing}/eyeball/new_eye.ply"),
         (lambda: meridian.EyeballFit(model).fit(head, template=3), ValueError, "0, 1 or 2"),
         (lambda: meridian.EyeballFit(model).write_posed_eye(missing / "eye.obj", [0, 0, 0],
                                                             [0, 0, 0], 1),
-         meridian.MeridianError, f"can't open {missing / 'eye.obj'}"),
+         meridian.MeridianError, f"cannot write {missing / 'eye.obj'}"),
         (lambda: meridian.EyelashAligner(missing), meridian.MeridianError,
-         f"Invalid correspondence file: {missing / 'idx_tavi2head.corresp'}"),
+         f"cannot open {missing / 'idx_tavi2head.corresp'}"),
         (lambda: meridian.EyeballAligner(model).align(head[:100]), ValueError, "(20481, 3)"),
-        # The library would end the process on these two.
+        # The legacy library would end the process on these two.
         (lambda: meridian.Blendshapes(missing), meridian.MeridianError,
          f"Unable to open file: {missing}/BS/kp_86_h_r_1_c_86.bin"),
         (lambda: meridian.Blendshapes(short), meridian.MeridianError,
          f"Matrix file too short: {short}/BS/zf_all_face_V9_500_sigma_r_500_c_1.bin holds "
          "3999 bytes, 500 x 1 doubles need 4000"),
-        # ... and only refuse this one, returning 1.
         (lambda: meridian.Blendshapes(zeros), meridian.MeridianError,
          "sigma_r_500_c_1.bin: entry 0 is 0, not a positive standard deviation"),
         (lambda: meridian.read_head_obj(missing), meridian.MeridianError, f"{missing} 不正确"),

@@ -35,7 +35,5 @@ struct BlendshapeState {
     std::unique_ptr<CBlendshapeEngine> engine;
 };
 Singleton<BlendshapeState>& blendshapeState();
-/// The 16-bit word kept beside the blendshape state (0 after init).
-Singleton<uint16_t>& blendshapeFlagWord();
 
 }  // namespace kestrel::meridian::api

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "api/engines.h"
+#include "api/legacy_messages.h"
 #include "eyes/eye_tables.h"
 #include "eyes/eyeball_aligner.h"
 #include "eyes/eyeball_fit_state.h"
@@ -15,6 +16,8 @@
 
 using kestrel::meridian::CKOVAEyeballAligner;
 using kestrel::meridian::CKOVAEyelashAligner;
+using kestrel::meridian::Error;
+using kestrel::meridian::ErrorCode;
 using kestrel::meridian::EyeballFitState;
 using kestrel::meridian::EyeballReport;
 using namespace kestrel::meridian::api;
@@ -33,8 +36,12 @@ template <typename Aligner>
 Handle registerAligner(Registry<Aligner>& registry, const char* model_dir) {
     if (model_dir == nullptr) return 0;
     return guarded<Handle>(0, [&] {
-        return registry.registerAndInit(
-            [&](Aligner& aligner) { return aligner.init(std::string(model_dir)); });
+        return registry.registerAndInit([&](Aligner& aligner) {
+            Error error;
+            if (aligner.init(std::string(model_dir), error)) return true;
+            printModelFileError(error);
+            return false;
+        });
     });
 }
 
@@ -44,7 +51,13 @@ extern "C" MERIDIAN_API int AI_system_init_eyeball(const char* model_dir) {
     if (model_dir == nullptr) return 0;
     return guarded<int>(0, [&] {
         EyeballFitState& state = eyeballFitState().replace(std::make_unique<EyeballFitState>());
-        return state.load(std::string(model_dir)) ? 1 : 0;
+        Error error;
+        if (state.load(std::string(model_dir), error)) return 1;
+        if (error.code == ErrorCode::cannotOpenMesh)
+            printPathMissing(error.path);
+        else
+            printLine(error.message);
+        return 0;
     });
 }
 

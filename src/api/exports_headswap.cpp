@@ -2,6 +2,7 @@
 #include <string>
 
 #include "api/engines.h"
+#include "api/legacy_messages.h"
 #include "headswap/head_converter.h"
 #include "meridian/meridian.h"
 
@@ -12,7 +13,10 @@ extern "C" MERIDIAN_API meridian_handle AI_system_init_swaphead(const char* mode
     if (model_dir == nullptr) return 0;
     return guarded<Handle>(0, [&] {
         return headConverters().registerAndInit([&](CHeadConverter& converter) {
-            return converter.initialise(std::string(model_dir));
+            kestrel::meridian::Error error;
+            if (converter.initialise(std::string(model_dir), error)) return true;
+            printModelFileError(error);
+            return false;
         });
     });
 }

@@ -49,11 +49,6 @@ Singleton<BlendshapeState>& blendshapeState() {
     return state;
 }
 
-Singleton<uint16_t>& blendshapeFlagWord() {
-    static Singleton<uint16_t> word;
-    return word;
-}
-
 }  // namespace kestrel::meridian::api
 
 using namespace kestrel::meridian::api;
@@ -63,7 +58,6 @@ extern "C" MERIDIAN_API int AI_system_over(void) {
     eyeballFitState().reset();
     fixedTangentFrameEngine().reset();
     blendshapeState().reset();
-    blendshapeFlagWord().reset();
 #if defined(MERIDIAN_WITH_RGBD)
     landmarkModel().reset();  // the frame buckets stay until AI_Choose4RGBD_clear
 #endif

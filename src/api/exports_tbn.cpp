@@ -5,21 +5,53 @@
 #include <vector>
 
 #include "api/engines.h"
+#include "api/legacy_messages.h"
 #include "meridian/meridian.h"
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_engine_std.h"
 
+using kestrel::meridian::Error;
+using kestrel::meridian::ErrorCode;
 using kestrel::meridian::TBNEngineStd;
 using namespace kestrel::meridian::api;
 
 namespace {
 
+/// The general engine's load failures, each in its own words.
+void printGeneralEngineError(const Error& error, unsigned n_head2tavi) {
+    const std::string failed = "Failed to init TBN calculation";
+    switch (error.code) {
+        case ErrorCode::badContent:
+            printLine(failed + " for invalid headobj: " + error.path);
+            return;
+        case ErrorCode::tooLarge:
+            printLine(failed + " for invalid idx_head2tavi count " + std::to_string(n_head2tavi));
+            return;
+        case ErrorCode::invalidArgument:
+            printLine(failed + " for invalid idx_tavi2head!");
+            return;
+        default:
+            printLine(failed + ": " + error.message);
+    }
+}
+
+bool readIndexFile(const char* path, std::vector<int>& indices) {
+    Error error;
+    if (kestrel::meridian::readTangentFrameIndexFile(path, indices, error)) return true;
+    printLine("Invalid index file: " + error.path);
+    return false;
+}
+
 Handle registerGeneralEngine(const char* headobj_path, const int* idx_tavi2head,
                              unsigned n_tavi2head, const int* idx_head2tavi, unsigned n_head2tavi) {
     return guarded<Handle>(0, [&] {
         return tangentFrameEngines().registerAndInit([&](TBNEngineGeneral& engine) {
-            return engine.initialise(std::string(headobj_path), idx_tavi2head, n_tavi2head,
-                                     idx_head2tavi, n_head2tavi) == TBNEngineGeneral::kOk;
+            Error error;
+            if (engine.initialise(std::string(headobj_path), idx_tavi2head, n_tavi2head,
+                                  idx_head2tavi, n_head2tavi, error))
+                return true;
+            printGeneralEngineError(error, n_head2tavi);
+            return false;
         });
     });
 }
@@ -30,7 +62,13 @@ extern "C" MERIDIAN_API int32_t AI_system_init_TBN(const char* model_dir) {
     if (model_dir == nullptr) return -1;
     return guarded<int32_t>(-1, [&] {
         TBNEngineStd& engine = fixedTangentFrameEngine().replace(std::make_unique<TBNEngineStd>());
-        return engine.initialise(std::string(model_dir));
+        Error error;
+        if (engine.initialise(std::string(model_dir), error)) return 1;
+        if (error.code == ErrorCode::badContent)
+            printLine(error.path + "not exist! initialize TBN failed!");
+        else
+            printLine(error.message + "; initialize TBN failed!");
+        return -1;
     });
 }
 
@@ -51,8 +89,8 @@ extern "C" MERIDIAN_API meridian_handle AI_system_init_TBN_g2(const char* headob
     return guarded<Handle>(0, [&]() -> Handle {
         std::vector<int> taviToHead;
         std::vector<int> headToTavi;
-        if (!kestrel::meridian::readTangentFrameIndexFile(tavi2head_file, taviToHead)) return 0;
-        if (!kestrel::meridian::readTangentFrameIndexFile(head2tavi_file, headToTavi)) return 0;
+        if (!readIndexFile(tavi2head_file, taviToHead)) return 0;
+        if (!readIndexFile(head2tavi_file, headToTavi)) return 0;
         // An empty list may have no storage at all; it is still a list.
         return registerGeneralEngine(headobj_path, taviToHead.data(),
                                      static_cast<unsigned>(taviToHead.size()), headToTavi.data(),
@@ -65,7 +103,8 @@ extern "C" MERIDIAN_API int32_t AI_get_TBN(const float* head_vertices, float* tb
     return guarded<int32_t>(-1, [&] {
         const TBNEngineStd* engine = fixedTangentFrameEngine().get();
         if (engine == nullptr) return -1;
-        return engine->computeFrames(head_vertices, tbn_out);
+        engine->computeFrames(head_vertices, tbn_out);
+        return 1;
     });
 }
 

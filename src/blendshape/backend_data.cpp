@@ -3,25 +3,27 @@
 #include <cmath>
 #include <sstream>
 
+#include "common/model_paths.h"
+
 namespace kestrel::meridian::blendshape {
 
 namespace {
 
 using Eigen::Index;
 
-LoadError::Kind kindOf(MatrixFileStatus status) {
+ErrorCode codeOf(MatrixFileStatus status) {
     switch (status) {
         case MatrixFileStatus::ok:
-            return LoadError::Kind::none;
+            return ErrorCode::ok;
         case MatrixFileStatus::cannotOpen:
-            return LoadError::Kind::cannotOpen;
+            return ErrorCode::cannotOpen;
         case MatrixFileStatus::tooShort:
-            return LoadError::Kind::tooShort;
+            return ErrorCode::tooShort;
         case MatrixFileStatus::tooLarge:
         case MatrixFileStatus::invalidShape:
-            return LoadError::Kind::tooLarge;
+            return ErrorCode::tooLarge;
     }
-    return LoadError::Kind::badContent;
+    return ErrorCode::badContent;
 }
 
 std::string text(double value) {
@@ -30,16 +32,14 @@ std::string text(double value) {
     return out.str();
 }
 
-bool fail(LoadError& error, MatrixFileStatus status, const std::string& path,
+bool fail(Error& error, MatrixFileStatus status, const std::string& path,
           const MatrixFileEntry& entry) {
-    error.kind = kindOf(status);
-    error.path = path;
-    error.message = matrixFileMessage(status, path, entry.rows, entry.cols);
+    error = {codeOf(status), path, matrixFileMessage(status, path, entry.rows, entry.cols)};
     return false;
 }
 
 bool read(const std::string& path, const MatrixFileEntry& entry, Eigen::MatrixXd& out,
-          LoadError& error) {
+          Error& error) {
     const MatrixFileStatus status = readMatrixFile(path, entry.rows, entry.cols, out);
     return status == MatrixFileStatus::ok || fail(error, status, path, entry);
 }
@@ -47,15 +47,14 @@ bool read(const std::string& path, const MatrixFileEntry& entry, Eigen::MatrixXd
 /// Index values are whole numbers held as doubles and are truncated, as
 /// their users always did. Each must name one of `count` vertices.
 bool toIndices(const Eigen::MatrixXd& values, int count, const char* what, const std::string& path,
-               std::vector<int>& out, LoadError& error) {
+               std::vector<int>& out, Error& error) {
     out.resize(static_cast<size_t>(values.size()));
     for (Index k = 0; k < values.size(); ++k) {
         const double v = values(k);
         if (!(v > -1.0 && v < count)) {
-            error.kind = LoadError::Kind::badContent;
-            error.path = path;
-            error.message = path + ": entry " + std::to_string(k) + " names " + what + " " +
-                            text(v) + ", outside 0.." + std::to_string(count - 1);
+            error = {ErrorCode::badContent, path,
+                     path + ": entry " + std::to_string(k) + " names " + what + " " + text(v) +
+                         ", outside 0.." + std::to_string(count - 1)};
             return false;
         }
         out[static_cast<size_t>(k)] = static_cast<int>(v);
@@ -82,7 +81,7 @@ void setUpRegion(RegionRecord& region, int anchor, Eigen::MatrixXd all, Eigen::M
 }
 
 bool buildFitDefinition(const RegionRecord& record, const std::string& regionDir,
-                        const RegionEntry& entry, RegionDefinition& fit, LoadError& error) {
+                        const RegionEntry& entry, RegionDefinition& fit, Error& error) {
     if (!toIndices(record.all, kFaceVertexCount, "face vertex", regionDir + entry.all.name, fit.all,
                    error) ||
         !toIndices(record.fixed, kFaceVertexCount, "face vertex", regionDir + entry.fixed.name,
@@ -99,8 +98,8 @@ bool buildFitDefinition(const RegionRecord& record, const std::string& regionDir
 
 }  // namespace
 
-bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& error) {
-    const std::string dir = modelDir + "/BS/";
+bool loadBackendData(const std::string& modelDir, BackendData& data, Error& error) {
+    const std::string dir = model_files::blendshapeFolder(modelDir);
     for (int f = 0; f < kBackendFileCount; ++f) {
         const MatrixFileEntry& entry = kBackendFiles[f];
         const std::string path = dir + entry.name;
@@ -131,10 +130,10 @@ bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& 
     const Eigen::MatrixXd& sigma = data.sigma();
     for (Index i = 0; i < sigma.size(); ++i)
         if (!(sigma(i) > 0 && std::isfinite(sigma(i)))) {
-            error.kind = LoadError::Kind::badContent;
-            error.path = dir + kBackendFiles[kSigmaFile].name;
-            error.message = error.path + ": entry " + std::to_string(i) + " is " + text(sigma(i)) +
-                            ", not a positive standard deviation";
+            const std::string path = dir + kBackendFiles[kSigmaFile].name;
+            error = {ErrorCode::badContent, path,
+                     path + ": entry " + std::to_string(i) + " is " + text(sigma(i)) +
+                         ", not a positive standard deviation"};
             return false;
         }
     std::vector<std::vector<int>> regionRows;

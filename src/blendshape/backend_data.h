@@ -7,6 +7,8 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+
 #include "blendshape/backend_files.h"
 #include "blendshape/basis_store.h"
 #include "blendshape/region_fit.h"
@@ -40,21 +42,15 @@ struct BackendData {
     const Eigen::MatrixXd& sigma() const { return files[kSigmaFile]; }  ///< 500 by 1
 };
 
-/// Why loading failed.
-struct LoadError {
-    enum class Kind { none, cannotOpen, tooShort, tooLarge, badContent };
-    Kind kind = Kind::none;
-    std::string path;     ///< the file concerned
-    std::string message;  ///< one line: what is wrong with it
-};
-
-/// Loads modelDir + "/BS/" (appended as is): the 27 files in table order,
+/// Loads model_files::blendshapeFolder(modelDir): the 27 files in table order,
 /// then each region's three files, then the fixed matrices. Then checks
 /// that every index names an existing vertex and every sigma is positive,
 /// and reads the basis into the layout of the region fits. The basis file
 /// is checked (present, long enough) at its place in the order, so the
 /// first missing or short file is the one reported. False with `error` set
-/// on the first failure.
-bool loadBackendData(const std::string& modelDir, BackendData& data, LoadError& error);
+/// on the first failure: cannotOpen, tooShort or tooLarge for a file,
+/// badContent for an index that names no vertex or a sigma that is not
+/// positive.
+bool loadBackendData(const std::string& modelDir, BackendData& data, Error& error);
 
 }  // namespace kestrel::meridian::blendshape

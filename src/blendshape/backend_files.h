@@ -7,6 +7,8 @@
 #include <Eigen/Core>
 #include <Eigen/LU>
 
+#include "common/template_head.h"
+
 namespace kestrel::meridian::blendshape {
 
 /// A matrix file and the shape its name gives.
@@ -17,7 +19,7 @@ struct MatrixFileEntry {
 };
 
 /// Sizes every back-end set is built around.
-inline constexpr int kHeadVertexCount = 20481;
+inline constexpr int kHeadVertexCount = kTemplateHeadVertexCount;
 inline constexpr int kFaceVertexCount = 18518;
 inline constexpr int kComponentCount = 500;
 

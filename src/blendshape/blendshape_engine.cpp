@@ -1,9 +1,9 @@
 #include "blendshape/blendshape_engine.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ostream>
 #include <stdexcept>
+
+#include "common/model_paths.h"
 
 #include "blendshape/parallel_tasks.h"
 #include "io/planar.h"
@@ -21,10 +21,7 @@ struct CBlendshapeEngine::Work {
 };
 
 std::unique_ptr<CBlendshapeEngine> CBlendshapeEngine::load(const std::string& modelDir,
-                                                           LoadError& error, std::ostream* log) {
-    if (log) *log << "init backend datas" << modelDir << std::endl;
-    const auto start = std::chrono::steady_clock::now();
-
+                                                           Error& error) {
     std::unique_ptr<CBlendshapeEngine> engine(new CBlendshapeEngine());
     engine->data_ = std::make_unique<BackendData>();
     const BackendData& data = *engine->data_;
@@ -44,9 +41,9 @@ std::unique_ptr<CBlendshapeEngine> CBlendshapeEngine::load(const std::string& mo
     });
     for (int r = 0; r < kRegionCount; ++r)
         if (!problems[r].empty()) {
-            error.kind = LoadError::Kind::badContent;
-            error.path = modelDir + "/BS/" + kRegions[r].directory;
-            error.message = error.path + ": " + problems[r];
+            const std::string path =
+                model_files::blendshapeFolder(modelDir) + kRegions[r].directory;
+            error = {ErrorCode::badContent, path, path + ": " + problems[r]};
             return nullptr;
         }
 
@@ -57,10 +54,11 @@ std::unique_ptr<CBlendshapeEngine> CBlendshapeEngine::load(const std::string& mo
     for (size_t i = 0; i < faceList.size(); ++i)
         engine->lastOfHeadVertex_[i] = lastEntry[faceList[i]] == static_cast<int>(i);
 
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-    if (log)
-        *log << "----load next info"
-             << " use time " << took.count() << " ms" << std::endl;
+    // The matrices were needed to check the set and build the fits; the fits
+    // copy what they need of the mean and sigma.
+    blendshape::BackendData& kept = *engine->data_;
+    for (Eigen::MatrixXd& matrix : kept.files) matrix.resize(0, 0);
+    kept.regions = {};
     return engine;
 }
 

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <array>
-#include <iosfwd>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,15 +28,12 @@ class CBlendshapeEngine {
 
     using Shapes = std::array<Eigen::Matrix3Xd, kShapeCount>;
 
-    /// Loads the back-end data from modelDir + "/BS/" and factorises the
-    /// region fits. When `log` is given it receives "init backend datas"
-    /// followed by modelDir, and once loaded "----load next info use time
-    /// <milliseconds> ms" (each line ended with std::endl). Returns null with
-    /// `error` set when a file is missing or short, or when an index names
-    /// no vertex; nothing is printed about the failure.
-    static std::unique_ptr<CBlendshapeEngine> load(const std::string& modelDir,
-                                                   blendshape::LoadError& error,
-                                                   std::ostream* log = nullptr);
+    /// Loads the back-end data (blendshape::loadBackendData) and factorises
+    /// the region fits; then keeps only what generation reads (the basis rows
+    /// the fits point into, the face list and the region definitions).
+    /// Returns null with `error` set when a file is missing or short, or
+    /// when an index names no vertex.
+    static std::unique_ptr<CBlendshapeEngine> load(const std::string& modelDir, Error& error);
 
     /// The six shapes of a head, computed in double precision and narrowed.
     /// headPlanar:   3 * 20481 floats, planar (all x, then all y, then all z)
@@ -56,6 +52,9 @@ class CBlendshapeEngine {
     void setThreadCount(int threads) { threads_ = threads < 1 ? 1 : threads; }
     int threadCount() const { return threads_; }
 
+    /// What generation keeps of the back-end set: `basis`, `faceList` and
+    /// `definitions` (the files' matrices and region records are released
+    /// after load; blendshape::loadBackendData gives them whole).
     const blendshape::BackendData& data() const { return *data_; }
     const blendshape::RegionFit& regionFit(int region) const { return *fits_[region]; }
     const blendshape::FaceFrame& faceFrame() const { return frame_; }

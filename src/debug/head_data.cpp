@@ -1,9 +1,8 @@
 #include "debug/head_data.h"
 
 #include <fstream>
-#include <iostream>
 
-#include "io/gbk_texts.h"
+#include "common/template_head.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
 
@@ -12,30 +11,31 @@ namespace kestrel::meridian {
 namespace {
 
 constexpr int kHeadPlyHeaderLines = 7;
-constexpr Eigen::Index kHeadVertexCount = 20481;
 
 }  // namespace
 
-int readHeadPly(const std::string& path, float* out) {
+bool readHeadPly(const std::string& path, float* out, Error& error) {
     if (!std::ifstream(path)) {
-        std::cout << path << kGbkPathMissing << std::endl;
-        return 0;
+        error = {ErrorCode::cannotOpenMesh, path, "cannot open " + path};
+        return false;
     }
     matrixToPlanar(readPly(path, kHeadPlyHeaderLines).vertices, out);
-    return 1;
+    return true;
 }
 
-int readHeadObj(const std::string& path, float* out) {
-    return copyHeadVertices(readObj(path).vertices, path, out);
+bool readHeadObj(const std::string& path, float* out, Error& error) {
+    return copyHeadVertices(readObj(path).vertices, path, out, error);
 }
 
-int copyHeadVertices(const Eigen::MatrixXd& vertices, const std::string& path, float* out) {
-    if (vertices.rows() != 3 && vertices.rows() != kHeadVertexCount) {
-        std::cout << path << kGbkIncorrect << std::endl;
-        return 0;
+bool copyHeadVertices(const Eigen::MatrixXd& vertices, const std::string& path, float* out,
+                      Error& error) {
+    if (vertices.rows() != 3 && vertices.rows() != kTemplateHeadVertexCount) {
+        error = {ErrorCode::badContent, path,
+                 path + ": " + std::to_string(vertices.rows()) + " rows; a head has 3 or 20481"};
+        return false;
     }
     matrixToPlanar(vertices, out);
-    return 1;
+    return true;
 }
 
 }  // namespace kestrel::meridian

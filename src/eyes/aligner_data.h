@@ -1,6 +1,6 @@
 // Loading and checking the data files of the eye aligners. Every index a
 // fit will follow is checked once here, so a run call never reads outside a
-// table; a failed check prints the file and its first bad entry.
+// table; a failed check names the file and its first bad entry.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
 #include "io/correspondence.h"
 
 namespace kestrel::meridian {
@@ -53,26 +54,28 @@ inline constexpr AlignerFiles kEyelashAlignerFiles = {
 };
 inline constexpr const char* kEyelashBlendshapeFile = "eyelash/eyelash_bs01.obj";
 
-/// `dir` / `name` with a separator inserted when `dir` lacks one.
-std::string joinModelPath(const std::string& dir, const char* name);
-
-/// Reads an OBJ's vertices and triangles. False, silently, when the file
-/// cannot be opened; false with a message when a face names a vertex that
-/// does not exist. A file without vertices gives an empty mesh.
-bool loadAlignerMesh(const std::string& path, AlignerMesh& mesh);
+/// Reads an OBJ's vertices and triangles. False with `error` set:
+/// cannotOpenMesh when the file cannot be opened, indexOutOfRange when a
+/// face names a vertex that does not exist. A file without vertices gives
+/// an empty mesh.
+bool loadAlignerMesh(const std::string& path, AlignerMesh& mesh, Error& error);
 
 /// Every source vertex (pair form) or triangle corner lies in
-/// 0..sourceCount-1.
-bool checkSources(const Correspondence& record, int64_t sourceCount, const std::string& path);
+/// 0..sourceCount-1; else false with an indexOutOfRange error.
+bool checkSources(const Correspondence& record, int64_t sourceCount, const std::string& path,
+                  Error& error);
 
-/// Every target index lies in 0..targetCount-1.
-bool checkTargets(const Correspondence& record, int64_t targetCount, const std::string& path);
+/// Every target index lies in 0..targetCount-1; else false as above.
+bool checkTargets(const Correspondence& record, int64_t targetCount, const std::string& path,
+                  Error& error);
 
-/// Every entry lies in 0..count-1.
-bool checkIndexList(const std::vector<int32_t>& list, int64_t count, const std::string& path);
+/// Every entry lies in 0..count-1; else false as above.
+bool checkIndexList(const std::vector<int32_t>& list, int64_t count, const std::string& path,
+                    Error& error);
 
-/// The record's vertex weights are absent or one per entry.
+/// The record's vertex weights are absent or one per entry; else false with
+/// a badContent error.
 bool checkVertexWeights(const Correspondence& record, const std::string& weightPath,
-                        const std::string& path);
+                        const std::string& path, Error& error);
 
 }  // namespace kestrel::meridian

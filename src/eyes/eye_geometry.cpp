@@ -115,6 +115,7 @@ SimilarityTransform fitSimilarity(const Eigen::Ref<const Eigen::Matrix3Xd>& sour
     }
     if (fitScale) {
         const double ratio = targetCentred.cwiseAbs().sum() / sourceCentred.cwiseAbs().sum();
+        transform.unclampedScale = ratio;
         transform.scale = ratio < kMinSimilarityScale   ? kMinSimilarityScale
                           : ratio > kMaxSimilarityScale ? kMaxSimilarityScale
                                                         : ratio;

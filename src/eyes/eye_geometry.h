@@ -51,6 +51,8 @@ Eigen::Matrix3d rotationZYX(double z, double y, double x);
 struct SimilarityTransform {
     Eigen::Matrix3d rotation = Eigen::Matrix3d::Identity();
     double scale = 1.0;
+    /// The spread ratio before the clamp (1 when the scale was not fitted).
+    double unclampedScale = 1.0;
     Eigen::Vector3d translation = Eigen::Vector3d::Zero();
 
     Eigen::Vector3d operator()(const Eigen::Vector3d& p) const {

@@ -4,10 +4,12 @@
 
 #include <array>
 
+#include "common/template_head.h"
+
 namespace kestrel::meridian::eyes {
 
 /// Vertices of every head the fit takes.
-inline constexpr int kHeadVertexCount = 20481;
+inline constexpr int kHeadVertexCount = kTemplateHeadVertexCount;
 
 /// Head vertices of the 25 alignment landmarks, in template column order.
 inline constexpr int kLandmarkCount = 25;
@@ -77,10 +79,6 @@ inline constexpr std::array<int, kRingSize> kRingB = {
 inline constexpr int kGazeFirstEye = 12322;
 inline constexpr int kGazeSecondEye = 7166;
 
-/// Constant per-eye directions kept with each eye's data.
-inline constexpr double kAxisHintFirstEye[3] = {-0.05, -0.3, 1.0};
-inline constexpr double kAxisHintSecondEye[3] = {0.05, -0.3, 1.0};
-
 /// Template eyeball: vertex 480 is the front of the pupil.
 inline constexpr int kEyeballFrontVertex = 480;
 
@@ -99,8 +97,5 @@ inline std::array<int, kEyeballSphereVertexCount> eyeballSphereVertices() {
 
 /// Offset added to the second Euler angle of every eye, in degrees.
 inline constexpr double kSecondAngleOffsetDegrees = 25.0;
-
-/// The angle conversions of the eye code use 3.14 for pi, both ways.
-inline constexpr double kPi314 = 3.14;
 
 }  // namespace kestrel::meridian::eyes

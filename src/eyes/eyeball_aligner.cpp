@@ -1,5 +1,6 @@
 #include "eyes/eyeball_aligner.h"
 
+#include "common/model_paths.h"
 #include "eyes/eye_geometry.h"
 
 namespace kestrel::meridian {
@@ -13,25 +14,26 @@ enum HeadUser : size_t { kWhole = 0, kLeft = 1, kRight = 2 };
 
 }  // namespace
 
-bool CKOVAEyeballAligner::init(const std::string& modelDir) {
-    const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
+bool CKOVAEyeballAligner::init(const std::string& modelDir, Error& error) {
+    const auto path = [&](const char* name) { return model_files::modelFilePath(modelDir, name); };
     const AlignerFiles& f = kEyeballAlignerFiles;
-    if (!loadCorrespondence(tavi2head_, path("idx_tavi2head.corresp"))) return false;
-    if (!loadAlignerMesh(path(f.mesh), eyeballMesh_)) return false;
-    if (!loadCorrespondence(head2eyeball_, path(f.headToMesh))) return false;
-    if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft))) return false;
+    if (!loadCorrespondence(tavi2head_, path(model_files::kTemplateToHead), error)) return false;
+    if (!loadAlignerMesh(path(f.mesh), eyeballMesh_, error)) return false;
+    if (!loadCorrespondence(head2eyeball_, path(f.headToMesh), error)) return false;
+    if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft), error)) return false;
     loadWeightFile(head2eyeballLeft_, path(kLeftWeights));
-    if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight))) return false;
+    if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight), error)) return false;
     loadWeightFile(head2eyeballRight_, path(kRightWeights));
-    if (!loadCorrespondence(eyeball2ue4_, path(f.meshToExport))) return false;
-    if (!loadIndexList(idxEyeballLeft_, path(f.leftVertices))) return false;
-    if (!loadIndexList(idxEyeballRight_, path(f.rightVertices))) return false;
-    return checkAndPrepare(modelDir, f, kLeftWeights, kRightWeights);
+    if (!loadCorrespondence(eyeball2ue4_, path(f.meshToExport), error)) return false;
+    if (!loadIndexList(idxEyeballLeft_, path(f.leftVertices), error)) return false;
+    if (!loadIndexList(idxEyeballRight_, path(f.rightVertices), error)) return false;
+    return checkAndPrepare(modelDir, f, kLeftWeights, kRightWeights, error);
 }
 
 bool CKOVAEyeballAligner::checkAndPrepare(const std::string& modelDir, const AlignerFiles& files,
-                                          const char* leftWeights, const char* rightWeights) {
-    const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
+                                          const char* leftWeights, const char* rightWeights,
+                                          Error& error) {
+    const auto path = [&](const char* name) { return model_files::modelFilePath(modelDir, name); };
     const int64_t headCount = static_cast<int64_t>(tavi2head_.size());
     const int64_t meshCount = eyeballMesh_.vertices.cols();
     const struct {
@@ -42,17 +44,18 @@ bool CKOVAEyeballAligner::checkAndPrepare(const std::string& modelDir, const Ali
                     {head2eyeballLeft_, files.headToMeshLeft, leftWeights},
                     {head2eyeballRight_, files.headToMeshRight, rightWeights}};
 
-    if (!checkSources(tavi2head_, kTemplateVertexCount, path("idx_tavi2head.corresp")))
+    if (!checkSources(tavi2head_, kTemplateVertexCount, path(model_files::kTemplateToHead), error))
         return false;
     for (const auto& side : headSide) {
-        if (!checkTargets(side.record, headCount, path(side.file))) return false;
-        if (!checkSources(side.record, meshCount, path(side.file))) return false;
-        if (side.weights && !checkVertexWeights(side.record, path(side.weights), path(side.file)))
+        if (!checkTargets(side.record, headCount, path(side.file), error)) return false;
+        if (!checkSources(side.record, meshCount, path(side.file), error)) return false;
+        if (side.weights &&
+            !checkVertexWeights(side.record, path(side.weights), path(side.file), error))
             return false;
     }
-    if (!checkSources(eyeball2ue4_, meshCount, path(files.meshToExport)) ||
-        !checkIndexList(idxEyeballLeft_, meshCount, path(files.leftVertices)) ||
-        !checkIndexList(idxEyeballRight_, meshCount, path(files.rightVertices)))
+    if (!checkSources(eyeball2ue4_, meshCount, path(files.meshToExport), error) ||
+        !checkIndexList(idxEyeballLeft_, meshCount, path(files.leftVertices), error) ||
+        !checkIndexList(idxEyeballRight_, meshCount, path(files.rightVertices), error))
         return false;
     headSampler_.build(tavi2head_, {&head2eyeball_, &head2eyeballLeft_, &head2eyeballRight_});
     return true;
@@ -63,6 +66,11 @@ CKOVAEyeballAligner::HeadTargets CKOVAEyeballAligner::headTargets(
     const Eigen::Matrix3Xd sampled = headSampler_.sample(head);
     return {headSampler_.gather(sampled, kWhole), headSampler_.gather(sampled, kLeft),
             headSampler_.gather(sampled, kRight)};
+}
+
+SimilarityTransform CKOVAEyeballAligner::wholePlacement(const Eigen::Matrix3Xd& head) const {
+    return fitSimilarity(applyCorrespondence(head2eyeball_, eyeballMesh_.vertices),
+                         headTargets(head).whole, {}, false, true);
 }
 
 void CKOVAEyeballAligner::placeWhole(const Eigen::Matrix3Xd& headPoints,

@@ -9,7 +9,10 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+#include "common/template_head.h"
 #include "eyes/aligner_data.h"
+#include "eyes/eye_geometry.h"
 #include "eyes/head_sampler.h"
 #include "io/correspondence.h"
 
@@ -18,7 +21,7 @@ namespace kestrel::meridian {
 class CKOVAEyeballAligner {
   public:
     /// Vertices of every head the aligners take.
-    static constexpr Eigen::Index kTemplateVertexCount = 20481;
+    static constexpr Eigen::Index kTemplateVertexCount = kTemplateHeadVertexCount;
 
     CKOVAEyeballAligner() = default;
     virtual ~CKOVAEyeballAligner() = default;
@@ -30,17 +33,22 @@ class CKOVAEyeballAligner {
     /// "eyeball/idx_head2eyeball.corresp", "eyeball/idx_head2eyeball_left.corresp"
     /// with "eyeball/w_head2eyeball_left.corresp", the same for the right,
     /// "eyeball/idx_eyeball2ue4.corresp", "eyeball/idx_eyeball_left.txt" and
-    /// "eyeball/idx_eyeball_right.txt". False at the first file that cannot
-    /// be opened (a weight file may be missing: its fit is unweighted), and
-    /// false with a message when an index of any file lies outside the table
-    /// it names.
-    virtual bool init(const std::string& modelDir);
+    /// "eyeball/idx_eyeball_right.txt". False, with `error` set, at the
+    /// first file that cannot be opened (a weight file may be missing: its
+    /// fit is unweighted), and when an index of any file lies outside the
+    /// table it names.
+    virtual bool init(const std::string& modelDir, Error& error);
 
     /// Fits the mesh to `head` (3 by 20481, template topology) and writes it
     /// in export order to `result` (3 by exportVertexCount()). Returns the
     /// result's column count; when the mesh has no vertices, returns 0 and
     /// leaves `result` alone.
     virtual int apply(const Eigen::Matrix3Xd& head, Eigen::Matrix3Xd& result) const;
+
+    /// The whole-mesh placement apply() starts with for `head` (3 by
+    /// 20481): scale (clamped to 0.9..1.1, unclamped value kept) and
+    /// translation, rotation off.
+    SimilarityTransform wholePlacement(const Eigen::Matrix3Xd& head) const;
 
     /// Columns apply() writes: the entries of the export correspondence.
     Eigen::Index exportVertexCount() const {
@@ -59,7 +67,7 @@ class CKOVAEyeballAligner {
   protected:
     /// Checks every index of the loaded data and prepares head sampling.
     bool checkAndPrepare(const std::string& modelDir, const AlignerFiles& files,
-                         const char* leftWeights, const char* rightWeights);
+                         const char* leftWeights, const char* rightWeights, Error& error);
 
     /// The head vertices each head-side correspondence targets: whole,
     /// left, right (3 by entries each).

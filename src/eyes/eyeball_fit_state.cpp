@@ -2,19 +2,19 @@
 
 #include <cmath>
 #include <fstream>
-#include <iostream>
+#include <string>
 
 #include <Eigen/Geometry>
 
+#include "common/model_paths.h"
+#include "common/template_head.h"
 #include "eyes/eye_tables.h"
-#include "io/gbk_texts.h"
 #include "io/mesh_readers.h"
 
 namespace kestrel::meridian {
 
 namespace {
 
-constexpr const char* kEyeballFile = "/eyeball/new_eye.ply";
 constexpr int kEyeballHeaderLines = 9;
 
 std::vector<int> toVector(const std::array<int, eyes::kRingSize>& ids) {
@@ -44,7 +44,7 @@ double cleanInfinity(double value) {
 /// Radians to reported degrees, with 3.14 for pi and infinities cleaned
 /// before the second angle is negated.
 void reportAngles(const Eigen::Vector3d& angles, double* out) {
-    for (int i = 0; i < 3; ++i) out[i] = cleanInfinity(angles[i] * 180.0 / eyes::kPi314);
+    for (int i = 0; i < 3; ++i) out[i] = cleanInfinity(angles[i] * 180.0 / kPi314);
     out[1] = -out[1];
 }
 
@@ -54,26 +54,22 @@ void reportVector(const Eigen::Vector3d& v, double* out) {
 
 }  // namespace
 
-EyeballFitState::EyeballFitState()
-    : axisHint1_(eyes::kAxisHintSecondEye[0], eyes::kAxisHintSecondEye[1],
-                 eyes::kAxisHintSecondEye[2]),
-      axisHint0_(eyes::kAxisHintFirstEye[0], eyes::kAxisHintFirstEye[1],
-                 eyes::kAxisHintFirstEye[2]),
-      gaze0_{eyes::kGazeFirstEye},
-      gaze1_{eyes::kGazeSecondEye} {}
+EyeballFitState::EyeballFitState() : gaze0_{eyes::kGazeFirstEye}, gaze1_{eyes::kGazeSecondEye} {}
 
-bool EyeballFitState::load(const std::string& modelDir) {
+bool EyeballFitState::load(const std::string& modelDir, Error& error) {
     modelDir_ = modelDir;
-    const std::string path = modelDir + kEyeballFile;
+    const std::string path = model_files::eyeballPlyPath(modelDir);
     if (!std::ifstream(path)) {
-        std::cout << path << kGbkPathMissing << std::endl;
+        error = {ErrorCode::cannotOpenMesh, path, "cannot open " + path};
         return false;
     }
     Eigen::Matrix3Xd eyeball = readPly(path, kEyeballHeaderLines).vertices;
     // The sphere list and the front vertex must exist.
     if (eyeball.cols() < eyes::kEyeballMinVertexCount) {
-        std::cout << path << ": " << eyeball.cols() << " vertices; the eyeball needs at least "
-                  << eyes::kEyeballMinVertexCount << std::endl;
+        error = {ErrorCode::badContent, path,
+                 path + ": " + std::to_string(eyeball.cols()) +
+                     " vertices; the eyeball needs at least " +
+                     std::to_string(eyes::kEyeballMinVertexCount)};
         return false;
     }
 
@@ -91,17 +87,16 @@ bool EyeballFitState::load(const std::string& modelDir) {
     const Eigen::Vector3d front = eyeball.col(eyes::kEyeballFrontVertex);
 
     auto fill = [&](EyeFitRecord& record, const std::array<int, eyes::kRingSize>& ring,
-                    const Eigen::Vector3d& axisHint, const std::vector<int>& gaze) {
+                    const std::vector<int>& gaze) {
         record.ring = toVector(ring);
-        record.axisHint = axisHint;
         record.refPoint = front;
         record.eyeVertices = eyeball;
         record.refRadius = sphere.radius;
         record.refCentre = sphere.centre;
         record.gaze = gaze;
     };
-    fill(record1_, eyes::kRingA, axisHint1_, gaze1_);
-    fill(record0_, eyes::kRingB, axisHint0_, gaze0_);
+    fill(record1_, eyes::kRingA, gaze1_);
+    fill(record0_, eyes::kRingB, gaze0_);
     return true;
 }
 
@@ -120,9 +115,9 @@ EyeballFitState::EyeFit EyeballFitState::fitOneEye(const Eigen::Ref<const Eigen:
     const Eigen::Vector3d direction = normalisedDirection(target - socket.centre);
     const Eigen::Matrix3d turn = rotationBetween(eye.refPoint, direction);
 
-    Eigen::Vector3d degrees = turn.eulerAngles(2, 1, 0) * 180.0 / eyes::kPi314;
+    Eigen::Vector3d degrees = turn.eulerAngles(2, 1, 0) * 180.0 / kPi314;
     degrees[1] += eyes::kSecondAngleOffsetDegrees;
-    const Eigen::Vector3d radians = degrees * eyes::kPi314 / 180.0;
+    const Eigen::Vector3d radians = degrees * kPi314 / 180.0;
     fit.rotation = rotationZYX(radians[0], radians[1], radians[2]);
     return fit;
 }

@@ -7,6 +7,7 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
 #include "eyes/eye_geometry.h"
 
 namespace kestrel::meridian {
@@ -25,7 +26,6 @@ struct EyePose {
 /// Per-eye data, fixed at load time.
 struct EyeFitRecord {
     std::vector<int> ring;  ///< 45 head vertices of the socket the sphere is fitted to
-    Eigen::Vector3d axisHint = Eigen::Vector3d::Zero();   ///< kept with the eye; not used
     Eigen::Vector3d refPoint = Eigen::Vector3d::Zero();   ///< template-eyeball vertex 480
     Eigen::Matrix3Xd eyeVertices;                         ///< 3 by #E template-eyeball vertices
     double refRadius = 0.0;                               ///< radius of the template eyeball
@@ -48,13 +48,12 @@ class EyeballFitState {
   public:
     EyeballFitState();
 
-    /// Loads modelDir + "/eyeball/new_eye.ply" (plain concatenation) as a PLY
-    /// with 9 header lines and fills the landmark tables and both eye
-    /// records. A missing file prints the path followed by " 路径不存在"
-    /// (GBK); an eyeball with fewer than 770 vertices prints the path and the
-    /// count. Either gives false and leaves the tables empty; the model
-    /// directory is kept in any case.
-    bool load(const std::string& modelDir);
+    /// Loads model_files::eyeballPlyPath(modelDir) as a PLY with 9 header
+    /// lines and fills the landmark tables and both eye records. False with
+    /// `error` set when the file is missing (cannotOpenMesh) or its eyeball
+    /// has fewer than 770 vertices (badContent); the tables are then left
+    /// empty. The model directory is kept in any case.
+    bool load(const std::string& modelDir, Error& error);
 
     /// True after a successful load().
     bool isLoaded() const { return !landmarks_.empty(); }
@@ -100,8 +99,6 @@ class EyeballFitState {
     EyeFitRecord record1_;
     EyeFitRecord record0_;
     std::string modelDir_;
-    Eigen::Vector3d axisHint1_;
-    Eigen::Vector3d axisHint0_;
     std::vector<int> gaze0_;
     std::vector<int> gaze1_;
     std::vector<Eigen::Matrix3Xd> templates_;

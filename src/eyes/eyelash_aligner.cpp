@@ -1,6 +1,8 @@
 #include "eyes/eyelash_aligner.h"
 
-#include <iostream>
+#include <string>
+
+#include "common/model_paths.h"
 
 namespace kestrel::meridian {
 
@@ -13,26 +15,27 @@ Eigen::Map<const Eigen::VectorXd> flattened(const Eigen::Matrix3Xd& points) {
 
 }  // namespace
 
-bool CKOVAEyelashAligner::init(const std::string& modelDir) {
-    const auto path = [&](const char* name) { return joinModelPath(modelDir, name); };
+bool CKOVAEyelashAligner::init(const std::string& modelDir, Error& error) {
+    const auto path = [&](const char* name) { return model_files::modelFilePath(modelDir, name); };
     const AlignerFiles& f = kEyelashAlignerFiles;
-    if (!loadCorrespondence(tavi2head_, path("idx_tavi2head.corresp"))) return false;
-    if (!loadAlignerMesh(path(f.mesh), eyeballMesh_)) return false;
-    if (!loadAlignerMesh(path(kEyelashBlendshapeFile), blendMesh_)) return false;
-    if (!loadCorrespondence(head2eyeball_, path(f.headToMesh))) return false;
-    if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft))) return false;
-    if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight))) return false;
-    if (!loadCorrespondence(eyeball2ue4_, path(f.meshToExport))) return false;
-    if (!loadIndexList(idxEyeballLeft_, path(f.leftVertices))) return false;
-    if (!loadIndexList(idxEyeballRight_, path(f.rightVertices))) return false;
+    if (!loadCorrespondence(tavi2head_, path(model_files::kTemplateToHead), error)) return false;
+    if (!loadAlignerMesh(path(f.mesh), eyeballMesh_, error)) return false;
+    if (!loadAlignerMesh(path(kEyelashBlendshapeFile), blendMesh_, error)) return false;
+    if (!loadCorrespondence(head2eyeball_, path(f.headToMesh), error)) return false;
+    if (!loadCorrespondence(head2eyeballLeft_, path(f.headToMeshLeft), error)) return false;
+    if (!loadCorrespondence(head2eyeballRight_, path(f.headToMeshRight), error)) return false;
+    if (!loadCorrespondence(eyeball2ue4_, path(f.meshToExport), error)) return false;
+    if (!loadIndexList(idxEyeballLeft_, path(f.leftVertices), error)) return false;
+    if (!loadIndexList(idxEyeballRight_, path(f.rightVertices), error)) return false;
 
     if (blendMesh_.vertices.cols() != eyeballMesh_.vertices.cols()) {
-        std::cout << path(kEyelashBlendshapeFile) << ": " << blendMesh_.vertices.cols()
-                  << " vertices, but " << path(f.mesh) << " has " << eyeballMesh_.vertices.cols()
-                  << std::endl;
+        const std::string blendPath = path(kEyelashBlendshapeFile);
+        error = {ErrorCode::badContent, blendPath,
+                 blendPath + ": " + std::to_string(blendMesh_.vertices.cols()) + " vertices, but " +
+                     path(f.mesh) + " has " + std::to_string(eyeballMesh_.vertices.cols())};
         return false;
     }
-    if (!checkAndPrepare(modelDir, f, nullptr, nullptr)) return false;
+    if (!checkAndPrepare(modelDir, f, nullptr, nullptr, error)) return false;
 
     blendDelta_ = blendMesh_.vertices - eyeballMesh_.vertices;
     const Eigen::Matrix3Xd mapped = applyCorrespondence(head2eyeball_, blendDelta_);

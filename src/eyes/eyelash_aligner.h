@@ -24,7 +24,7 @@ class CKOVAEyelashAligner : public CKOVAEyeballAligner {
     /// "eyelash/idx_eyelash_left.txt" and "eyelash/idx_eyelash_right.txt".
     /// Failures as the eyeball aligner's; the blendshape must have as many
     /// vertices as the lash mesh.
-    bool init(const std::string& modelDir) override;
+    bool init(const std::string& modelDir, Error& error) override;
 
     /// Fits the lashes to `head` (3 by 20481) and writes them in export
     /// order to `result`. Returns the result's column count.

@@ -1,7 +1,8 @@
 #include "headswap/head_converter.h"
 
-#include <filesystem>
-#include <iostream>
+#include <string>
+
+#include "common/model_paths.h"
 
 #include "headswap/blend_kernels.h"
 
@@ -9,31 +10,31 @@ namespace kestrel::meridian {
 
 namespace {
 
-std::string joinPath(const std::string& dir, const char* name) {
-    return (std::filesystem::path(dir) / name).string();
-}
-
 // A swap must never read outside its source: report the first entry that
 // would.
-bool sourcesInRange(const Correspondence& record, int64_t sourceCount, const std::string& path) {
+bool sourcesInRange(const Correspondence& record, int64_t sourceCount, const std::string& path,
+                    Error& error) {
     BadSourceIndex bad{};
     if (!firstSourceOutOfRange(record, sourceCount, bad)) return true;
-    std::cout << path << ": entry " << bad.entry << " names source vertex " << bad.index
-              << ", outside 0.." << sourceCount - 1 << std::endl;
+    error = {ErrorCode::indexOutOfRange, path,
+             path + ": entry " + std::to_string(bad.entry) + " names source vertex " +
+                 std::to_string(bad.index) + ", outside 0.." + std::to_string(sourceCount - 1)};
     return false;
 }
 
 }  // namespace
 
-bool CHeadConverter::initialise(const std::string& modelDir) {
+bool CHeadConverter::initialise(const std::string& modelDir, Error& error) {
     sources_.clear();
     weights_.clear();
-    const std::string templatePath = joinPath(modelDir, "idx_tavi2head.corresp");
-    if (!loadCorrespondence(templateToHead_, templatePath)) return false;
-    const std::string enginePath = joinPath(modelDir, "idx_head2ue4.corresp");
-    if (!loadCorrespondence(headToEngine_, enginePath)) return false;
-    if (!sourcesInRange(templateToHead_, kTemplateVertexCount, templatePath) ||
-        !sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()), enginePath))
+    const std::string templatePath =
+        model_files::modelFilePath(modelDir, model_files::kTemplateToHead);
+    if (!loadCorrespondence(templateToHead_, templatePath, error)) return false;
+    const std::string enginePath = model_files::modelFilePath(modelDir, model_files::kHeadToEngine);
+    if (!loadCorrespondence(headToEngine_, enginePath, error)) return false;
+    if (!sourcesInRange(templateToHead_, kTemplateVertexCount, templatePath, error) ||
+        !sourcesInRange(headToEngine_, static_cast<int64_t>(templateToHead_.size()), enginePath,
+                        error))
         return false;
     composeSwapMap();
     return true;

@@ -8,6 +8,8 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+#include "common/template_head.h"
 #include "io/correspondence.h"
 #include "simd/simd_level.h"
 
@@ -16,18 +18,19 @@ namespace kestrel::meridian {
 class CHeadConverter {
   public:
     /// Vertices of the template topology that every input head has.
-    static constexpr Eigen::Index kTemplateVertexCount = 20481;
+    static constexpr Eigen::Index kTemplateVertexCount = kTemplateHeadVertexCount;
 
     /// A vertex set as the C interface passes it: 3 by #V floats stored row
     /// after row (all x, then all y, then all z).
     using PlanarVertices = Eigen::Matrix<float, 3, Eigen::Dynamic, Eigen::RowMajor>;
 
     /// Loads "idx_tavi2head.corresp" and then "idx_head2ue4.corresp" from
-    /// `modelDir` (a separator is inserted when missing). False when a file
-    /// cannot be opened (the second is not tried after the first fails) or
-    /// when a source index lies outside its source mesh: template vertices
-    /// 0..20480 for the first file, entries of the first for the second.
-    bool initialise(const std::string& modelDir);
+    /// `modelDir` (a separator is inserted when missing). False, with
+    /// `error` set, when a file cannot be opened (the second is not tried
+    /// after the first fails) or when a source index lies outside its source
+    /// mesh: template vertices 0..20480 for the first file, entries of the
+    /// first for the second.
+    bool initialise(const std::string& modelDir, Error& error);
 
     /// Carries a face onto the head in engine order. Each output vertex is
     /// the head vertex its engine entry names, computed in double precision

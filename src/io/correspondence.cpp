@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iostream>
 #include "io/input_limits.h"
 #include "io/text_lines.h"
 
@@ -43,10 +42,10 @@ void parseWeightedBody(std::istream& in, int count, Correspondence& record) {
 
 }  // namespace
 
-bool loadCorrespondence(Correspondence& record, const std::string& path) {
+bool loadCorrespondence(Correspondence& record, const std::string& path, Error& error) {
     std::ifstream in(path);
     if (!in) {
-        std::cout << "Invalid correspondence file: " << path << std::endl;
+        error = {ErrorCode::cannotOpenCorrespondence, path, "cannot open " + path};
         return false;
     }
     // Measured before reading: a stream that has met its end cannot tell.
@@ -93,10 +92,10 @@ bool loadWeightFile(Correspondence& record, const std::string& path) {
     return true;
 }
 
-bool loadIndexList(std::vector<int32_t>& list, const std::string& path) {
+bool loadIndexList(std::vector<int32_t>& list, const std::string& path, Error& error) {
     std::ifstream in(path);
     if (!in) {
-        std::cout << "Invalid indices file: " << path << std::endl;
+        error = {ErrorCode::cannotOpenIndexList, path, "cannot open " + path};
         return false;
     }
     std::vector<int32_t> read;

@@ -8,6 +8,8 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+
 namespace kestrel::meridian {
 
 /// One ".corresp" file in memory. Entry k maps target vertex targets[k] either
@@ -27,13 +29,13 @@ struct Correspondence {
     bool isPairForm() const { return pairSources.size() == targets.size(); }
 };
 
-/// Reads a correspondence file. Returns false (printing "Invalid correspondence
-/// file: <path>") only when the file cannot be opened; then `record` is left
-/// as it was. A malformed header or body is not an error: fields `sscanf`
+/// Reads a correspondence file. Returns false, with `error` set
+/// (cannotOpenCorrespondence), only when the file cannot be opened; then
+/// `record` is left as it was. A malformed header or body is not an error: fields `sscanf`
 /// could not convert stay 0, and so do entries past the end of the body. An
 /// element count above 2^24 or above the file's size in bytes throws
 /// InputRefused (a corrupt file must not claim gigabytes).
-bool loadCorrespondence(Correspondence& record, const std::string& path);
+bool loadCorrespondence(Correspondence& record, const std::string& path, Error& error);
 
 /// Reads whitespace-separated doubles into record.vertexWeights until the
 /// first token that is not a number. Returns false, silently, when the file
@@ -41,9 +43,9 @@ bool loadCorrespondence(Correspondence& record, const std::string& path);
 bool loadWeightFile(Correspondence& record, const std::string& path);
 
 /// Reads whitespace-separated integers until the first token that is not one.
-/// Returns false (printing "Invalid indices file: <path>") when the file
+/// Returns false, with `error` set (cannotOpenIndexList), when the file
 /// cannot be opened. The list is replaced only on success.
-bool loadIndexList(std::vector<int32_t>& list, const std::string& path);
+bool loadIndexList(std::vector<int32_t>& list, const std::string& path, Error& error);
 
 /// Resamples a vertex set: column k of the result is source column
 /// pairSources[k] (pair form) or w0*source(a) + w1*source(b) + w2*source(c)

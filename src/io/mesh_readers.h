@@ -6,6 +6,8 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+
 namespace kestrel::meridian {
 
 /// Everything the OBJ reader keeps of a file. Every number is parsed as a
@@ -58,10 +60,11 @@ Eigen::Matrix3Xd readObjVertexLines(const std::string& path);
 
 /// Copies `templatePath` to `outPath` line by line, replacing the k-th line
 /// that starts with "v " by "v x y z" of column k of `vertices` ("%f" each).
-/// Vertex lines beyond vertices.cols() are copied unchanged. A file that
-/// cannot be opened is reported as "can't open <path>" on standard output and
-/// gives false.
+/// Vertex lines beyond vertices.cols() are copied unchanged. False with
+/// `error` set when the template cannot be opened (cannotOpenMesh), the
+/// output cannot be opened (cannotOpen) or not be written to the end
+/// (writeFailed); error.path names the file.
 bool rewriteObjVertexLines(const std::string& templatePath, const std::string& outPath,
-                           const Eigen::Ref<const Eigen::Matrix3Xd>& vertices);
+                           const Eigen::Ref<const Eigen::Matrix3Xd>& vertices, Error& error);
 
 }  // namespace kestrel::meridian

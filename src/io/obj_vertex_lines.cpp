@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
 #include <vector>
 
 #include "io/mesh_readers.h"
@@ -37,15 +36,15 @@ Eigen::Matrix3Xd readObjVertexLines(const std::string& path) {
 }
 
 bool rewriteObjVertexLines(const std::string& templatePath, const std::string& outPath,
-                           const Eigen::Ref<const Eigen::Matrix3Xd>& vertices) {
+                           const Eigen::Ref<const Eigen::Matrix3Xd>& vertices, Error& error) {
     std::ifstream in(templatePath);
     if (!in) {
-        std::cout << "can't open " << templatePath << std::endl;
+        error = {ErrorCode::cannotOpenMesh, templatePath, "cannot open " + templatePath};
         return false;
     }
     std::ofstream out(outPath);
     if (!out) {
-        std::cout << "can't open " << outPath << std::endl;
+        error = {ErrorCode::cannotOpen, outPath, "cannot open " + outPath + " for writing"};
         return false;
     }
     std::string line;
@@ -62,7 +61,9 @@ bool rewriteObjVertexLines(const std::string& templatePath, const std::string& o
         // Keep a last line without a line end as it was.
         if (!in.eof()) out << '\n';
     }
-    return static_cast<bool>(out.flush());
+    if (out.flush()) return true;
+    error = {ErrorCode::writeFailed, outPath, "cannot write " + outPath};
+    return false;
 }
 
 }  // namespace kestrel::meridian

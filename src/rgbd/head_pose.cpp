@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "common/template_head.h"
 #include "rgbd/mean_face.h"
 
 namespace kestrel::meridian {
@@ -45,8 +46,8 @@ std::array<float, 3> affinePoseAngles(const FaceLandmarks& landmarks,
 
 YawPitch toYawPitch(const std::array<float, 3>& angles) {
     YawPitch result;
-    result.yaw = static_cast<float>(-angles[1] * 180.0f / 3.14);
-    result.pitch = static_cast<float>(angles[2] * 180.0f / 3.14);
+    result.yaw = static_cast<float>(-angles[1] * 180.0f / kPi314);
+    result.pitch = static_cast<float>(angles[2] * 180.0f / kPi314);
     if (result.pitch < 0) result.pitch += 360;
     result.pitch -= 180;
     return result;

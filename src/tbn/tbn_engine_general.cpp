@@ -1,8 +1,8 @@
 #include "tbn/tbn_engine_general.h"
 
 #include <fstream>
-#include <iostream>
 #include <limits>
+#include <string>
 
 #include "io/mesh_readers.h"
 #include "tbn/face_messages.h"
@@ -18,61 +18,65 @@ ptrdiff_t firstOutside(const std::vector<int32_t>& list, Eigen::Index count) {
     return -1;
 }
 
-void reportOutside(const char* name, const std::vector<int32_t>& list, ptrdiff_t at,
-                   Eigen::Index count) {
-    std::cout << "Failed to init TBN calculation: " << name << " entry " << at << " is "
-              << list[static_cast<size_t>(at)] << ", outside 0.." << count - 1 << std::endl;
+Error outside(const char* name, const std::vector<int32_t>& list, ptrdiff_t at,
+              Eigen::Index count) {
+    return {ErrorCode::indexOutOfRange, "",
+            std::string(name) + " entry " + std::to_string(at) + " is " +
+                std::to_string(list[static_cast<size_t>(at)]) + ", outside 0.." +
+                std::to_string(count - 1)};
 }
 
 }  // namespace
 
-int TBNEngineGeneral::initialise(const std::string& templatePath, const int* taviToHead,
-                                 unsigned countTaviToHead, const int* headToTavi,
-                                 unsigned countHeadToTavi) {
+bool TBNEngineGeneral::initialise(const std::string& templatePath, const int* taviToHead,
+                                  unsigned countTaviToHead, const int* headToTavi,
+                                  unsigned countHeadToTavi, Error& error) {
     const ObjMeshData mesh = readObj(templatePath);
     return load(mesh.vertices, mesh.texcoords, mesh.faces, mesh.textureFaces, templatePath,
-                taviToHead, countTaviToHead, headToTavi, countHeadToTavi);
+                taviToHead, countTaviToHead, headToTavi, countHeadToTavi, error);
 }
 
-int TBNEngineGeneral::load(const Eigen::MatrixXd& vertices, const Eigen::MatrixXd& uv,
-                           const Eigen::MatrixXd& faces, const Eigen::MatrixXd& uvFaces,
-                           const std::string& source, const int* taviToHead,
-                           unsigned countTaviToHead, const int* headToTavi,
-                           unsigned countHeadToTavi) {
+bool TBNEngineGeneral::load(const Eigen::MatrixXd& vertices, const Eigen::MatrixXd& uv,
+                            const Eigen::MatrixXd& faces, const Eigen::MatrixXd& uvFaces,
+                            const std::string& source, const int* taviToHead,
+                            unsigned countTaviToHead, const int* headToTavi,
+                            unsigned countHeadToTavi, Error& error) {
     *this = TBNEngineGeneral{};
     if (uv.size() == 0 || uv.rows() != 2) {
-        std::cout << "Failed to init TBN calculation for invalid headobj: " << source << std::endl;
-        return kInvalidTemplate;
+        error = {ErrorCode::badContent, source,
+                 source + ": no texture coordinates (missing or unreadable template)"};
+        return false;
     }
     // The counts are signed 32-bit values: a larger one cannot be a length.
     const auto taviCount = static_cast<int32_t>(countTaviToHead);
     const auto headCount = static_cast<int32_t>(countHeadToTavi);
     if (headCount < 0) {
-        std::cout << "Failed to init TBN calculation for invalid idx_head2tavi count "
-                  << countHeadToTavi << std::endl;
-        return kInvalidCount;
+        error = {ErrorCode::tooLarge, "",
+                 "idx_head2tavi count " + std::to_string(countHeadToTavi) + " is above 2147483647"};
+        return false;
     }
     const Eigen::Index templateCount = vertices.cols();
     if (taviCount < 0 || templateCount != taviCount) {
-        std::cout << "Failed to init TBN calculation for invalid idx_tavi2head!" << std::endl;
-        return kInvalidTaviToHead;
+        error = {ErrorCode::invalidArgument, "",
+                 "idx_tavi2head has " + std::to_string(countTaviToHead) + " entries; " + source +
+                     " has " + std::to_string(templateCount) + " vertices"};
+        return false;
     }
     std::vector<int32_t> toHead(taviToHead, taviToHead + taviCount);
     std::vector<int32_t> toTavi(headToTavi, headToTavi + headCount);
     if (const ptrdiff_t at = firstOutside(toHead, kHeadVertexCount); at >= 0) {
-        reportOutside("idx_tavi2head", toHead, at, kHeadVertexCount);
-        return kIndexOutOfRange;
+        error = outside("idx_tavi2head", toHead, at, kHeadVertexCount);
+        return false;
     }
     if (const ptrdiff_t at = firstOutside(toTavi, templateCount); at >= 0) {
-        reportOutside("idx_head2tavi", toTavi, at, templateCount);
-        return kIndexOutOfRange;
+        error = outside("idx_head2tavi", toTavi, at, templateCount);
+        return false;
     }
     FrameTopology topology;
     if (const auto bad = buildFrameTopology(faces, uvFaces, uv, templateCount,
                                             DeterminantGuard::epsilon, topology)) {
-        std::cout << "Failed to init TBN calculation: " << describeBadFace(source, *bad)
-                  << std::endl;
-        return kFaceOutOfRange;
+        error = {ErrorCode::indexOutOfRange, source, describeBadFace(source, *bad)};
+        return false;
     }
     uv_ = uv;
     faces_ = faces;
@@ -80,7 +84,7 @@ int TBNEngineGeneral::load(const Eigen::MatrixXd& vertices, const Eigen::MatrixX
     taviToHead_ = std::move(toHead);
     headToTavi_ = std::move(toTavi);
     topology_ = std::move(topology);
-    return kOk;
+    return true;
 }
 
 void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlanar) const {
@@ -98,10 +102,10 @@ void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlana
 
 namespace kestrel::meridian {
 
-bool readTangentFrameIndexFile(const std::string& path, std::vector<int>& indices) {
+bool readTangentFrameIndexFile(const std::string& path, std::vector<int>& indices, Error& error) {
     std::ifstream in(path);
     if (!in) {
-        std::cout << "Invalid index file: " << path << std::endl;
+        error = {ErrorCode::cannotOpenIndexList, path, "cannot open " + path};
         return false;
     }
     indices.clear();

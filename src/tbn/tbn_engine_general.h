@@ -9,33 +9,31 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+#include "common/template_head.h"
 #include "tbn/frame_arithmetic.h"
 
 class TBNEngineGeneral {
   public:
     /// Vertices of every head this engine takes.
-    static constexpr Eigen::Index kHeadVertexCount = 20481;
-
-    /// Results of initialise(); 0 is success.
-    enum Status : int {
-        kOk = 0,
-        kInvalidTemplate = 1,    ///< no 2-row texture table (missing or bad OBJ)
-        kInvalidTaviToHead = 2,  ///< idx_tavi2head length differs from the template
-        kIndexOutOfRange = 3,    ///< an index list names a vertex that does not exist
-        kFaceOutOfRange = 4,     ///< a template face names a vertex or uv that does not exist
-        kInvalidCount = 5,       ///< a count above the largest signed 32-bit value
-    };
+    static constexpr Eigen::Index kHeadVertexCount = kestrel::meridian::kTemplateHeadVertexCount;
 
     /// Loads the template OBJ at `templatePath` (used as given) and copies
-    /// the two index lists. Prints a message and returns a non-zero Status
-    /// when anything would later be read out of range.
+    /// the two index lists. False, with `error` set, when anything would
+    /// later be read out of range:
+    ///   badContent       no 2-row texture table (missing or bad OBJ)
+    ///   tooLarge         countHeadToTavi above the largest signed 32-bit value
+    ///   invalidArgument  countTaviToHead differs from the template's vertex count
+    ///   indexOutOfRange  an index list or a template face names a vertex or
+    ///                    texture coordinate that does not exist
     /// taviToHead: countTaviToHead ints, entry i = head vertex (0..20480) of
     ///             template vertex i; the count must equal the template's
     ///             vertex count
     /// headToTavi: countHeadToTavi ints, entry j = template vertex whose frame
     ///             becomes output vertex j
-    int initialise(const std::string& templatePath, const int* taviToHead, unsigned countTaviToHead,
-                   const int* headToTavi, unsigned countHeadToTavi);
+    bool initialise(const std::string& templatePath, const int* taviToHead,
+                    unsigned countTaviToHead, const int* headToTavi, unsigned countHeadToTavi,
+                    kestrel::meridian::Error& error);
 
     /// Same, with the template's tables already in memory; `source` names
     /// them in messages.
@@ -43,10 +41,10 @@ class TBNEngineGeneral {
     /// uv:       2 by #T texture coordinates
     /// faces:    3 by #F template vertex indices, 1-based
     /// uvFaces:  3 by #F texture indices, 1-based
-    int load(const Eigen::MatrixXd& vertices, const Eigen::MatrixXd& uv,
-             const Eigen::MatrixXd& faces, const Eigen::MatrixXd& uvFaces,
-             const std::string& source, const int* taviToHead, unsigned countTaviToHead,
-             const int* headToTavi, unsigned countHeadToTavi);
+    bool load(const Eigen::MatrixXd& vertices, const Eigen::MatrixXd& uv,
+              const Eigen::MatrixXd& faces, const Eigen::MatrixXd& uvFaces,
+              const std::string& source, const int* taviToHead, unsigned countTaviToHead,
+              const int* headToTavi, unsigned countHeadToTavi, kestrel::meridian::Error& error);
 
     /// Tangent frames of one head, one per entry of idx_head2tavi.
     /// headPlanar:   3 * 20481 floats, planar
@@ -74,8 +72,8 @@ class TBNEngineGeneral {
 namespace kestrel::meridian {
 
 /// Reads whitespace-separated decimal integers until the first token that is
-/// not one (an empty file gives an empty list). Returns false, printing
-/// "Invalid index file: <path>", when the file cannot be opened.
-bool readTangentFrameIndexFile(const std::string& path, std::vector<int>& indices);
+/// not one (an empty file gives an empty list). Returns false, with `error`
+/// set (cannotOpenIndexList), when the file cannot be opened.
+bool readTangentFrameIndexFile(const std::string& path, std::vector<int>& indices, Error& error);
 
 }  // namespace kestrel::meridian

@@ -7,6 +7,8 @@
 
 #include <Eigen/Core>
 
+#include "common/error.h"
+#include "common/template_head.h"
 #include "tbn/frame_arithmetic.h"
 
 namespace kestrel::meridian {
@@ -14,35 +16,32 @@ namespace kestrel::meridian {
 class TBNEngineStd {
   public:
     /// Vertices of every head this engine takes (and of its template).
-    static constexpr Eigen::Index kHeadVertexCount = 20481;
-    /// Template file, appended to the model directory as is.
-    static constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
+    static constexpr Eigen::Index kHeadVertexCount = kTemplateHeadVertexCount;
 
     /// An engine with no faces: every vertex comes out unused.
     TBNEngineStd() { clear(); }
 
-    /// Loads modelDir + kTemplateFile (plain concatenation). Returns 1, or -1
-    /// after printing a message: when the texture table has neither 2 rows
-    /// nor 20481 columns (a missing file), or when a face names a vertex
-    /// outside 1..20481 or a texture coordinate that does not exist. On
-    /// failure the engine is left with empty tables, so computeFrames still
-    /// works (every vertex unused).
-    int32_t initialise(const std::string& modelDir);
+    /// Loads model_files::tangentFrameTemplatePath(modelDir). False with
+    /// `error` set: badContent when the texture table has neither 2 rows nor
+    /// 20481 columns (a missing file), indexOutOfRange when a face names a
+    /// vertex outside 1..20481 or a texture coordinate that does not exist.
+    /// On failure the engine is left with empty tables, so computeFrames
+    /// still works (every vertex unused).
+    bool initialise(const std::string& modelDir, Error& error);
 
     /// Same checks on tables already in memory; `source` names them in
-    /// messages.
+    /// errors (error.path).
     /// uv:      2 by #T texture coordinates
     /// faces:   3 by #F vertex indices, 1-based
     /// uvFaces: 3 by #F texture indices, 1-based
-    int32_t load(const Eigen::MatrixXd& uv, const Eigen::MatrixXd& faces,
-                 const Eigen::MatrixXd& uvFaces, const std::string& source);
+    bool load(const Eigen::MatrixXd& uv, const Eigen::MatrixXd& faces,
+              const Eigen::MatrixXd& uvFaces, const std::string& source, Error& error);
 
     /// Tangent frames of one head.
     /// headPlanar:   3 * 20481 floats, planar (all x, all y, all z)
     /// framesPlanar: room for 9 * 20481 floats, written planar (component k of
     ///               vertex i at k * 20481 + i: tangent, bitangent, normal)
-    /// Returns 1.
-    int32_t computeFrames(const float* headPlanar, float* framesPlanar) const;
+    void computeFrames(const float* headPlanar, float* framesPlanar) const;
 
     const Eigen::MatrixXd& uv() const { return uv_; }            ///< 2 by #T
     const Eigen::MatrixXd& faces() const { return faces_; }      ///< 3 by #F, 1-based

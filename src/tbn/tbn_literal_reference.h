@@ -12,6 +12,7 @@
 #include <Eigen/Core>
 #include <Eigen/Geometry>
 
+#include "common/template_head.h"
 #include "io/planar.h"
 
 namespace kestrel::meridian::literal {
@@ -102,7 +103,7 @@ inline Eigen::MatrixXd tangentFrames(const Eigen::MatrixXd& positions, const Eig
 inline std::vector<float> fixedEngineFrames(const float* headPlanar, const Eigen::MatrixXd& uv,
                                             const Eigen::MatrixXd& faces,
                                             const Eigen::MatrixXd& uvFaces) {
-    constexpr Eigen::Index n = 20481;
+    constexpr Eigen::Index n = kTemplateHeadVertexCount;
     const Eigen::MatrixXd positions = planarToVertices(headPlanar, n);
     const Eigen::MatrixXd frames = tangentFrames(positions, uv, faces, uvFaces, false);
     std::vector<float> out(static_cast<size_t>(frames.size()));

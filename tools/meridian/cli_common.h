@@ -8,6 +8,8 @@
 
 #include <Eigen/Core>
 
+#include "common/template_head.h"
+
 namespace meridian::cli {
 
 /// A failure the tool reports as "error: <message>" with exit code 1.
@@ -16,7 +18,7 @@ struct CommandError : std::runtime_error {
 };
 
 /// Vertices of the template head every run call takes.
-constexpr Eigen::Index kHeadVertexCount = 20481;
+constexpr Eigen::Index kHeadVertexCount = kestrel::meridian::kTemplateHeadVertexCount;
 
 /// Reads a head mesh strictly (io/head_reader.h: OBJ, or PLY ascii or
 /// binary) and returns its vertices as planar floats (3 * 20481: all x, all

@@ -40,7 +40,7 @@ std::string shapeName(int s) {
 std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
     std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
     const auto start = std::chrono::steady_clock::now();
-    bs::LoadError error;
+    kestrel::meridian::Error error;
     std::unique_ptr<CBlendshapeEngine> engine = CBlendshapeEngine::load(modelDir, error);
     if (!engine) {
         std::cout << std::endl;

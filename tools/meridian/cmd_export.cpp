@@ -12,7 +12,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
-#include "export/head_export.h"
+#include "asset/head_export.h"
 #include "export_preview.h"
 #include "io/input_error.h"
 #include "io/model_check.h"

@@ -9,14 +9,14 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "debug/pose_debug.h"
 #include "eyes_preview.h"
 #include "io/atomic_file.h"
 #include "io/model_check.h"
 #include "io/planar.h"
 #include "io/strict_mesh.h"
-#include "io/strict_tables.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 #include "obj_text.h"
 
 namespace meridian::cli {
@@ -43,12 +43,6 @@ Mesh readMesh(const std::string& path) {
     return {Eigen::Map<const Eigen::Matrix3Xf>(strict.vertices.data(), 3, strict.vertexCount())
                 .cast<double>(),
             Eigen::Map<const Eigen::Matrix3Xi>(strict.faces.data(), 3, strict.faceCount())};
-}
-
-/// Entries of a correspondence of the model: the vertex count of an output.
-Eigen::Index entryCount(const std::string& modelDir, const char* name) {
-    const std::string path = (fs::path(modelDir) / name).string();
-    return static_cast<Eigen::Index>(km::readStrictCorrespondence(path).size());
 }
 
 /// The head's faces: the template's, else those of the input OBJ.
@@ -97,13 +91,16 @@ Mesh exportMesh(const std::string& templatePath, const std::string& path,
     return mesh;
 }
 
-/// Runs an aligner through the C interface; `run` is the export name used.
-Eigen::Matrix3Xd runAligner(meridian_handle handle, const std::vector<float>& head,
-                            Eigen::Index count,
-                            int32_t (*run)(meridian_handle, const float*, float*, int64_t)) {
+/// Opens an aligner and fits its mesh to `head`, sized by its count query.
+Eigen::Matrix3Xd runAligner(meridian_eye_aligner* opened, const std::string& what,
+                            const std::vector<float>& head) {
+    const EyeAlignerHandle aligner(requireOpened(opened, what));
+    const auto count =
+        static_cast<Eigen::Index>(meridian_eye_aligner_output_vertex_count(aligner.get()));
     std::vector<float> planar(3 * static_cast<size_t>(count));
-    if (run(handle, head.data(), planar.data(), 0) != count)
-        throw CommandError("an aligner returned an unexpected vertex count");
+    requireOk(meridian_eye_aligner_run(aligner.get(), head.data(), head.size(), planar.data(),
+                                       planar.size()),
+              what, meridian_eye_aligner_last_error(aligner.get()));
     return km::planarToVertices(planar.data(), count);
 }
 
@@ -136,35 +133,29 @@ void runEyes(const EyesOptions& options) {
                       lashesOut = out("eyelashes_ue4.obj"), previewOut = out("eyes_preview.png");
     for (const std::string& path : {headOut, eyeballsOut, lashesOut, previewOut})
         requireWritable(path);
-    const Eigen::Index eyeballCount = entryCount(options.model, "eyeball/idx_eyeball2ue4.corresp");
-    const Eigen::Index lashCount = entryCount(options.model, "eyelash/idx_eyelash2ue4.corresp");
-
-    double angles[2][3], positions[2][3], scale = 0;
-    const int loaded = AI_system_init_eyeball(options.model.c_str());
-    const int fitted = loaded == 1 && AI_add_eyeball(head.data(), 0, angles[0], angles[1],
-                                                     positions[0], positions[1], &scale) == 1;
-    const meridian_handle eyeballAligner = AI_system_init_eyeball_kova(options.model.c_str());
-    const meridian_handle lashAligner = AI_system_init_eyelash_kova(options.model.c_str());
-    Eigen::Matrix3Xd eyeballs, lashes;
-    if (fitted && eyeballAligner && lashAligner) {
-        eyeballs = runAligner(eyeballAligner, head, eyeballCount, AI_add_eyeball_kova);
-        lashes = runAligner(lashAligner, head, lashCount, AI_add_eyelash_kova);
+    meridian_eye_poses poses{};
+    {
+        const EyeballFitHandle fit(requireOpened(meridian_eyeball_fit_open(options.model.c_str()),
+                                                 "the eyeball model of " + options.model));
+        requireOk(meridian_eyeball_fit_run(fit.get(), head.data(), head.size(), 0, &poses),
+                  "the eyeball fit", meridian_eyeball_fit_last_error(fit.get()));
     }
-    AI_system_over();
-    if (!fitted)
-        throw CommandError("cannot load the eyeball model " + options.model +
-                           "/eyeball/new_eye.ply");
-    if (!eyeballAligner)
-        throw CommandError("cannot load the eyeball aligner data in " + options.model);
-    if (!lashAligner)
-        throw CommandError("cannot load the eyelash aligner data in " + options.model);
+    const auto& angles = poses.angles_deg;
+    const auto& positions = poses.positions;
+    const double scale = poses.scale;
+    const Eigen::Matrix3Xd eyeballs =
+        runAligner(meridian_eye_aligner_open_eyeball(options.model.c_str()),
+                   "the eyeball aligner data of " + options.model, head);
+    const Eigen::Matrix3Xd lashes =
+        runAligner(meridian_eye_aligner_open_eyelash(options.model.c_str()),
+                   "the eyelash aligner data of " + options.model, head);
 
     printEye(0, angles[0], positions[0]);
     printEye(1, angles[1], positions[1]);
     std::printf("scale: %.6f\n", scale);
 
     // The host's part: place the template eye with each reported pose.
-    const Mesh eye = readMesh(options.model + km::kTemplateEyeMeshFile);
+    const Mesh eye = readMesh(km::model_files::templateEyeMeshPath(options.model));
     Mesh posed[2];
     for (int e = 0; e < 2; ++e) {
         const Eigen::Matrix3d rotation = km::reportedAnglesRotation(angles[e]);

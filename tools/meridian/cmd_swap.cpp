@@ -8,8 +8,7 @@
 #include "commands.h"
 #include "io/model_check.h"
 #include "io/planar.h"
-#include "io/strict_tables.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 #include "obj_text.h"
 
 namespace meridian::cli {
@@ -22,13 +21,6 @@ struct SwapOptions {
     std::string out;
 };
 
-// The caller sizes the output: N is the entry count of the engine-order
-// file, which the model check has read strictly.
-Eigen::Index engineVertexCount(const std::string& modelDir) {
-    const auto path = (std::filesystem::path(modelDir) / "idx_head2ue4.corresp").string();
-    return static_cast<Eigen::Index>(kestrel::meridian::readStrictCorrespondence(path).size());
-}
-
 void runSwap(const SwapOptions& options) {
     namespace km = kestrel::meridian;
     requireModelDirectory(options.model);
@@ -39,14 +31,13 @@ void runSwap(const SwapOptions& options) {
     const bool haveTemplate = std::filesystem::exists(templatePath);
     km::checkModel(options.model, km::ModelTask::headSwap);
     if (haveTemplate) km::checkModel(options.model, km::ModelTask::engineHeadMesh);
-    const Eigen::Index n = engineVertexCount(options.model);
-
-    const meridian_handle converter = AI_system_init_swaphead(options.model.c_str());
-    if (converter == 0) throw CommandError("cannot load the head-swap model in " + options.model);
+    const HeadSwapHandle swap(requireOpened(meridian_head_swap_open(options.model.c_str()),
+                                            "the head-swap model in " + options.model));
+    const auto n = static_cast<Eigen::Index>(meridian_head_swap_output_vertex_count(swap.get()));
     std::vector<float> planar(3 * static_cast<size_t>(n));
-    const int32_t written = AI_swap_head(converter, head.data(), planar.data(), 0);
-    AI_system_over();
-    if (written != n) throw CommandError("head swap failed");
+    requireOk(
+        meridian_head_swap_run(swap.get(), head.data(), head.size(), planar.data(), planar.size()),
+        "head swap", meridian_head_swap_last_error(swap.get()));
 
     const Eigen::Matrix3Xd vertices = kestrel::meridian::planarToVertices(planar.data(), n);
 

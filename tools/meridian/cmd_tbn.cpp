@@ -8,10 +8,11 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "io/atomic_file.h"
 #include "io/model_check.h"
 #include "io/strict_mesh.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 #include "tbn_preview.h"
 
 namespace meridian::cli {
@@ -25,12 +26,10 @@ struct TbnOptions {
     std::string preview;
 };
 
-constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
-
 // The template's faces, 0-based; the model check has read them strictly.
 Eigen::Matrix3Xi templateFaces(const std::string& modelDir) {
-    const kestrel::meridian::StrictMesh mesh =
-        kestrel::meridian::readStrictMesh(modelDir + kTemplateFile);
+    const kestrel::meridian::StrictMesh mesh = kestrel::meridian::readStrictMesh(
+        kestrel::meridian::model_files::tangentFrameTemplatePath(modelDir));
     return Eigen::Map<const Eigen::Matrix3Xi>(mesh.faces.data(), 3, mesh.faceCount());
 }
 
@@ -81,13 +80,12 @@ void runTbn(const TbnOptions& options) {
 
     constexpr Eigen::Index n = kHeadVertexCount;
     std::vector<float> frames(9 * n);
-    const int32_t loaded = AI_system_init_TBN(options.model.c_str());
-    const int32_t computed = loaded == 1 ? AI_get_TBN(head.data(), frames.data()) : -1;
-    AI_system_over();
-    if (loaded != 1)
-        throw CommandError("cannot load the tangent-frame template " + options.model +
-                           kTemplateFile);
-    if (computed != 1) throw CommandError("tangent-frame computation failed");
+    const TangentFramesHandle engine(
+        requireOpened(meridian_tangent_frames_open(options.model.c_str()),
+                      "the tangent-frame template of " + options.model));
+    requireOk(meridian_tangent_frames_run(engine.get(), head.data(), head.size(), frames.data(),
+                                          frames.size()),
+              "tangent-frame computation", meridian_tangent_frames_last_error(engine.get()));
 
     // The frames and the preview appear together, or neither does.
     const Eigen::Matrix3Xi faces = templateFaces(options.model);

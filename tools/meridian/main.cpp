@@ -6,6 +6,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "meridian/meridian_api.h"
 
 int main(int argc, char** argv) {
     // A write past the file-size limit then fails with EFBIG, which the
@@ -15,6 +16,7 @@ int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);
 #endif
     CLI::App app{"meridian: post-processing of 3D head meshes"};
+    app.set_version_flag("--version", std::string("meridian ") + meridian_version());
     app.require_subcommand(1);
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);

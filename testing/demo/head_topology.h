@@ -12,11 +12,13 @@
 
 #include <Eigen/Core>
 
+#include "common/template_head.h"
+
 namespace meridian::demo {
 
 /// Template triangles split at their centroid in the head topology.
 constexpr int kSplitTriangleCount = 95;
-constexpr int kHeadVertexCount = 20481 + kSplitTriangleCount;
+constexpr int kHeadVertexCount = kestrel::meridian::kTemplateHeadVertexCount + kSplitTriangleCount;
 
 struct DemoTopology {
     // Head vertex k = sum_c blendWeights(c, k) * template vertex blendCorners(c, k).

@@ -3,10 +3,11 @@
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "common/template_head.h"
 #include "eyes/aligner_data.h"
+#include "eyes/eyelash_aligner.h"
 #include "io/correspondence.h"
 #include "io/planar.h"
-#include "meridian/meridian.h"
 #include "model_files.h"
 
 namespace meridian::exporter {
@@ -16,10 +17,8 @@ namespace {
 namespace km = kestrel::meridian;
 namespace bs = kestrel::meridian::blendshape;
 
-constexpr Eigen::Index kTemplateVertexCount = 20481;
+constexpr Eigen::Index kTemplateVertexCount = km::kTemplateHeadVertexCount;
 constexpr size_t kShapeFloats = 3 * kTemplateVertexCount;
-
-bool exporterAlive = false;
 
 const Surface kSkin{"skin", {0.75, 0.45, 0.35, 1.0}, 0.6, false};
 const Surface kEyeball{"eyeball", {0.9, 0.9, 0.88, 1.0}, 0.2, false};
@@ -28,7 +27,8 @@ const Surface kEyelash{"eyelash", {0.03, 0.02, 0.015, 1.0}, 0.8, true};
 
 km::Correspondence loadCorrespondenceFile(const std::string& path, AssetPart part) {
     km::Correspondence record;
-    if (!km::loadCorrespondence(record, path))
+    km::Error error;
+    if (!km::loadCorrespondence(record, path, error))
         throw ExportError("cannot read the correspondence " + path, part);
     return record;
 }
@@ -51,7 +51,6 @@ Matrix gather(const Matrix& all, const std::vector<int>& which) {
 }  // namespace
 
 HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : settings_(settings) {
-    if (exporterAlive) throw ExportError("a head export is already running in this process");
     const std::string& dir = settings_.modelDir;
     if (!std::filesystem::is_directory(dir)) throw ExportError("model directory not found: " + dir);
 
@@ -72,40 +71,33 @@ HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : sett
                                  lash.rightVertices);
     });
 
-    exporterAlive = true;
-    try {
-        const std::string unusable = " (the library says why above)";
-        log.run("load head swap", [&] {
-            headSwap_ = AI_system_init_swaphead(dir.c_str());
-            if (headSwap_ == 0) throw ExportError("cannot load the head swap of " + dir + unusable);
+    km::Error error;
+    const auto unusable = [&](const std::string& what, AssetPart part) {
+        return ExportError("cannot load " + what + " of " + dir + ": " + error.message, part);
+    };
+    log.run("load head swap", [&] {
+        if (!headSwap_.initialise(dir, error)) throw unusable("the head swap", AssetPart::kHead);
+    });
+    if (settings_.blendshapes)
+        log.run("load blendshape data", [&] {
+            blendshapes_ = km::CBlendshapeEngine::load(dir, error);
+            if (!blendshapes_) throw unusable("the blendshape data", AssetPart::kBlendshapes);
         });
-        if (settings_.blendshapes)
-            log.run("load blendshape data", [&] { AI_system_initDynamic_BS(dir.c_str()); });
-        if (settings_.eyes)
-            log.run("load eye models", [&] {
-                if (AI_system_init_eyeball(dir.c_str()) != 1)
-                    throw ExportError("cannot load the template eyeball of " + dir + unusable,
-                                      AssetPart::kEyes);
-                eyeballs_.aligner = AI_system_init_eyeball_kova(dir.c_str());
-                if (eyeballs_.aligner == 0)
-                    throw ExportError("cannot load the eyeball aligner of " + dir + unusable,
-                                      AssetPart::kEyes);
-                eyelashes_.aligner = AI_system_init_eyelash_kova(dir.c_str());
-                if (eyelashes_.aligner == 0)
-                    throw ExportError("cannot load the eyelash aligner of " + dir + unusable,
-                                      AssetPart::kEyes);
-            });
-    } catch (...) {
-        AI_system_over();
-        exporterAlive = false;
-        throw;
-    }
+    if (settings_.eyes)
+        log.run("load eye models", [&] {
+            eyeballFit_ = std::make_unique<km::EyeballFitState>();
+            if (!eyeballFit_->load(dir, error))
+                throw unusable("the template eyeball", AssetPart::kEyes);
+            eyeballs_.aligner = std::make_unique<km::CKOVAEyeballAligner>();
+            if (!eyeballs_.aligner->init(dir, error))
+                throw unusable("the eyeball aligner", AssetPart::kEyes);
+            eyelashes_.aligner = std::make_unique<km::CKOVAEyelashAligner>();
+            if (!eyelashes_.aligner->init(dir, error))
+                throw unusable("the eyelash aligner", AssetPart::kEyes);
+        });
 }
 
-HeadExporter::~HeadExporter() {
-    AI_system_over();
-    exporterAlive = false;
-}
+HeadExporter::~HeadExporter() = default;
 
 HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const char* exportFile,
                                                 const char* leftFile, const char* rightFile) const {
@@ -118,8 +110,9 @@ HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const 
         eye.mesh.layout = readEngineMeshLayout(modelPath(dir, templateFile), eye.mesh.count);
         eye.mesh.copyOf = copyIds(exportOrder);
         std::vector<int32_t> left, right;
-        if (!km::loadIndexList(left, modelPath(dir, leftFile)) ||
-            !km::loadIndexList(right, modelPath(dir, rightFile)))
+        km::Error error;
+        if (!km::loadIndexList(left, modelPath(dir, leftFile), error) ||
+            !km::loadIndexList(right, modelPath(dir, rightFile), error))
             throw ExportError("cannot read the side lists " + modelPath(dir, leftFile) + ", " +
                               rightFile);
         eye.sides = splitSides(exportOrder, left, right, eye.mesh.layout.faces,
@@ -131,9 +124,13 @@ HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const 
 }
 
 std::vector<float> HeadExporter::swap(const float* head) const {
+    if (headSwap_.engineVertexCount() != head_.count)
+        throw ExportError("the head swap gives " + std::to_string(headSwap_.engineVertexCount()) +
+                          " vertices; the engine-order mesh has " + std::to_string(head_.count));
     std::vector<float> out(3 * static_cast<size_t>(head_.count));
-    if (AI_swap_head(headSwap_, head, out.data(), 0) != head_.count)
-        throw ExportError("the head swap returned an unexpected vertex count");
+    using Planar = km::CHeadConverter::PlanarVertices;
+    headSwap_.swap(Eigen::Map<const Planar>(head, 3, kTemplateVertexCount),
+                   Eigen::Map<Planar>(out.data(), 3, head_.count));
     return out;
 }
 
@@ -147,11 +144,8 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
     std::vector<std::vector<float>> shapes;
     if (settings_.blendshapes)
         log.run("blendshapes", [&] {
-            std::vector<float> all(6 * kShapeFloats);
-            if (AI_get_BS(head.data(), all.data()) != 1)
-                throw ExportError("the blendshape data of " + settings_.modelDir +
-                                      " was refused (the library says why above)",
-                                  AssetPart::kBlendshapes);
+            std::vector<float> all(km::CBlendshapeEngine::kShapeFloats);
+            blendshapes_->generate(head.data(), all.data());
             // Shape 0 is the head itself; each region's shape goes through the
             // same swap as the head.
             for (size_t s = 1; s <= bs::kRegions.size(); ++s)
@@ -189,11 +183,24 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
     return asset;
 }
 
+AssetQuality HeadExporter::quality(const std::vector<float>& head, const HeadAsset& asset) const {
+    AssetQuality quality = measureAsset(asset);
+    if (eyeballs_.aligner && head.size() == kShapeFloats) {
+        const km::SimilarityTransform whole = eyeballs_.aligner->wholePlacement(
+            km::planarToVertices(head.data(), kTemplateVertexCount));
+        quality.eyeScale = whole.scale;
+        quality.eyeScaleClamped = whole.scale != whole.unclampedScale;
+    }
+    return quality;
+}
+
 void HeadExporter::addEyes(const std::vector<float>& head, HeadAsset& asset) const {
-    double angles[2][3], positions[2][3], scale = 0.0;
-    if (AI_add_eyeball(head.data(), 0, angles[0], angles[1], positions[0], positions[1], &scale) !=
-        1)
-        throw ExportError("the eyeball fit failed", AssetPart::kEyes);
+    const Eigen::Matrix3Xd templateHead = km::planarToVertices(head.data(), kTemplateVertexCount);
+    eyeballFit_->fit(templateHead, 0);
+    const km::EyeballReport report = eyeballFit_->report();
+    const double* angles[2] = {report.eye0Angles, report.eye1Angles};
+    const double* positions[2] = {report.eye0Position, report.eye1Position};
+    const double scale = report.scale;
 
     const ModelToGltf& toGltf = settings_.transform;
     const struct {
@@ -203,10 +210,14 @@ void HeadExporter::addEyes(const std::vector<float>& head, HeadAsset& asset) con
     } kinds[] = {{eyeballs_, "eyeball", kEyeball}, {eyelashes_, "eyelash", kEyelash}};
     for (const auto& kind : kinds) {
         const EngineMesh& mesh = kind.eye.mesh;
+        Eigen::Matrix3Xd aligned;
+        if (kind.eye.aligner->apply(templateHead, aligned) != mesh.count)
+            throw ExportError(
+                std::string("the ") + kind.name + " aligner gave an unexpected " + "vertex count",
+                AssetPart::kEyes);
+        // Through float, as the aligner's C interface hands it out.
         std::vector<float> out(3 * static_cast<size_t>(mesh.count));
-        if (AI_add_eyeball_kova(kind.eye.aligner, head.data(), out.data(), 0) != mesh.count)
-            throw ExportError(std::string("the ") + kind.name + " aligner failed",
-                              AssetPart::kEyes);
+        km::matrixToPlanar(aligned, out.data());
         const Eigen::Matrix3Xd inModel = km::planarToVertices(out.data(), mesh.count);
         const Eigen::Matrix3Xd placed = toGltf(inModel);
         const Eigen::Matrix3Xd normals = seamlessNormals(placed, mesh.layout.faces, mesh.copyOf);

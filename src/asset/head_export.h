@@ -1,7 +1,8 @@
-// The whole chain from a reconstructed head to a head asset, through the
-// library's C interface: head swap into the engine's vertex order, the five
-// regional blendshapes as morph targets, eyeballs and eyelashes placed by
-// the aligners, all in glTF's frame and units.
+// The whole chain from a reconstructed head to a head asset: head swap into
+// the engine's vertex order, the five regional blendshapes as morph targets,
+// eyeballs and eyelashes placed by the aligners, all in glTF's frame and
+// units. The exporter owns its engines; nothing is shared with any other
+// exporter or with the C interfaces.
 #pragma once
 
 #include <array>
@@ -9,10 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "asset_quality.h"
+#include "blendshape/blendshape_engine.h"
 #include "engine_mesh.h"
 #include "export_error.h"
 #include "eye_sides.h"
+#include "eyes/eyeball_aligner.h"
+#include "eyes/eyeball_fit_state.h"
 #include "gltf_asset.h"
+#include "headswap/head_converter.h"
 #include "model_to_gltf.h"
 
 namespace meridian::exporter {
@@ -24,10 +30,9 @@ struct ExportSettings {
     ModelToGltf transform;
 };
 
-/// Runs the export. The library's engines are process-wide, so only one
-/// exporter may exist at a time, and nothing else in the process may use the
-/// library meanwhile: construction loads every engine the asset needs, the
-/// destructor releases them all (AI_system_over).
+/// Runs the export. Construction loads every engine the asset needs once;
+/// run() may then be called for any number of heads. Exporters are
+/// independent of each other.
 class HeadExporter {
   public:
     /// Checks the model directory for every file the asked parts need, reads
@@ -44,6 +49,10 @@ class HeadExporter {
     /// "eyes" and "normals". Throws ExportError when a call fails.
     HeadAsset run(const std::vector<float>& head, StageLog& log) const;
 
+    /// The asset's QA figures: measureAsset, and the eyeball aligner's
+    /// whole-mesh scale for `head` (the input run() was given).
+    AssetQuality quality(const std::vector<float>& head, const HeadAsset& asset) const;
+
     /// Vertices of the head in engine order.
     Eigen::Index engineVertexCount() const { return head_.count; }
 
@@ -58,7 +67,7 @@ class HeadExporter {
     struct EyeMesh {
         EngineMesh mesh;
         std::array<MeshSide, 2> sides;
-        uint64_t aligner = 0;  ///< handle
+        std::unique_ptr<kestrel::meridian::CKOVAEyeballAligner> aligner;
     };
 
     std::vector<float> swap(const float* head) const;
@@ -69,7 +78,9 @@ class HeadExporter {
     ExportSettings settings_;
     EngineMesh head_;
     EyeMesh eyeballs_, eyelashes_;
-    uint64_t headSwap_ = 0;  ///< handle
+    kestrel::meridian::CHeadConverter headSwap_;
+    std::unique_ptr<kestrel::meridian::CBlendshapeEngine> blendshapes_;
+    std::unique_ptr<kestrel::meridian::EyeballFitState> eyeballFit_;
 };
 
 }  // namespace meridian::exporter

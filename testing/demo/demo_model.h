@@ -11,11 +11,12 @@
 
 #include <Eigen/Core>
 
+#include "common/template_head.h"
 #include "demo/head_ids.h"
 
 namespace meridian::demo {
 
-constexpr int kTemplateVertexCount = 20481;
+constexpr int kTemplateVertexCount = kestrel::meridian::kTemplateHeadVertexCount;
 constexpr int kEngineVertexCount = 20864;
 
 /// The demo head in the template topology: closed, outward oriented, with a

@@ -1,0 +1,475 @@
+/*
+ * Meridian's modern C interface (libmeridian_api).
+ *
+ * One opaque handle per engine. A handle is opened from a model directory
+ * (or model files), owns its engine and nothing else, runs on arrays the
+ * caller owns and sizes, and is closed by the caller. Handles share no
+ * state: any number of them, of one kind or of several, live side by side,
+ * and closing one leaves the others as they were.
+ *
+ * Errors: every run call returns a meridian_status; MERIDIAN_OK is 0. On
+ * failure the handle keeps a one-line message, readable with the handle's
+ * *_last_error function until its next call. An open call that fails
+ * returns NULL; meridian_open_status() and meridian_open_error() then tell
+ * why, for the calling thread. Nothing is ever printed and the process is
+ * never ended; no C++ exception leaves the library.
+ *
+ * Array layout ("planar"): a float array holding N vertices is a 3 by N
+ * matrix stored row after row, coordinate r (0 = x, 1 = y, 2 = z) of vertex
+ * j at index r * N + j. Every array parameter comes with its length in
+ * elements (floats, not bytes), which must equal the length the call names
+ * exactly; the count queries give the numbers to size outputs with.
+ *
+ * Template head: run calls take a head of 20481 vertices in the template
+ * topology, 3 * 20481 = 61443 floats (meridian_template_vertex_count()).
+ * Every coordinate must be finite.
+ *
+ * Threads: a handle is used by one thread at a time; different handles may
+ * be used from different threads at once. The blendshape handle may spread
+ * one run over several threads of its own and waits for them before it
+ * returns (meridian_blendshapes_set_thread_count).
+ *
+ * This interface is separate from the legacy one in meridian.h: other
+ * names, another library, and the two never share an engine.
+ */
+#ifndef MERIDIAN_MERIDIAN_API_H
+#define MERIDIAN_MERIDIAN_API_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#if defined(MERIDIAN_BUILDING_MODERN_API)
+#define MERIDIAN_MODERN_API __declspec(dllexport)
+#else
+#define MERIDIAN_MODERN_API __declspec(dllimport)
+#endif
+#else
+#define MERIDIAN_MODERN_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------
+ * Status codes, library facts and failed opens
+ * ------------------------------------------------------------------------ */
+
+/** What a call met. The numbers never change. */
+typedef enum meridian_status {
+    MERIDIAN_OK = 0,                         /**< success */
+    MERIDIAN_INVALID_ARGUMENT = 1,           /**< NULL, a wrong length, a non-finite value */
+    MERIDIAN_CANNOT_OPEN = 2,                /**< a data file could not be opened */
+    MERIDIAN_CANNOT_OPEN_CORRESPONDENCE = 3, /**< a ".corresp" file could not be opened */
+    MERIDIAN_CANNOT_OPEN_INDEX_LIST = 4,     /**< an index list could not be opened */
+    MERIDIAN_CANNOT_OPEN_MESH = 5,           /**< a mesh (OBJ or PLY) could not be opened */
+    MERIDIAN_TOO_SHORT = 6,                  /**< a data file is shorter than its shape */
+    MERIDIAN_TOO_LARGE = 7,                  /**< a data file or a count in it is too large */
+    MERIDIAN_BAD_CONTENT = 8,                /**< a data file's content is wrong */
+    MERIDIAN_INDEX_OUT_OF_RANGE = 9,         /**< an index names nothing that exists */
+    MERIDIAN_NOT_LOADED = 10,                /**< the handle has no model (NULL handle) */
+    MERIDIAN_WRITE_FAILED = 11,              /**< an output file could not be written */
+    MERIDIAN_INTERNAL = 12,                  /**< an unexpected failure (e.g. out of memory) */
+    MERIDIAN_INCOMPLETE = 13,                /**< the result needs data not given yet */
+    MERIDIAN_UNAVAILABLE = 14                /**< this build has no such engine */
+} meridian_status;
+
+/** The library's version, "major.minor.patch". Never NULL. */
+MERIDIAN_MODERN_API const char* meridian_version(void);
+
+/** Vertices of the template head every run call takes: 20481. */
+MERIDIAN_MODERN_API size_t meridian_template_vertex_count(void);
+
+/**
+ * Why the calling thread's last failed open failed (MERIDIAN_OK when its
+ * last open succeeded or it never opened anything).
+ */
+MERIDIAN_MODERN_API meridian_status meridian_open_status(void);
+
+/**
+ * The message of the calling thread's last failed open ("" when none).
+ * Valid until the thread's next open call.
+ */
+MERIDIAN_MODERN_API const char* meridian_open_error(void);
+
+/* ------------------------------------------------------------------------
+ * Head swap: a face in the template topology onto the head, in the game
+ * engine's vertex order
+ * ------------------------------------------------------------------------ */
+
+/** An open head swap. */
+typedef struct meridian_head_swap meridian_head_swap;
+
+/**
+ * Opens a head swap from `model_dir`: "idx_tavi2head.corresp" and
+ * "idx_head2ue4.corresp" (a separator is inserted after the directory when
+ * it lacks one). NULL on failure (see meridian_open_error).
+ */
+MERIDIAN_MODERN_API meridian_head_swap* meridian_head_swap_open(const char* model_dir);
+
+/** Closes a head swap; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_head_swap_close(meridian_head_swap* swap);
+
+/** Vertices of each output (M, the entries of "idx_head2ue4.corresp"); 0 for NULL. */
+MERIDIAN_MODERN_API size_t meridian_head_swap_output_vertex_count(const meridian_head_swap* swap);
+
+/**
+ * Carries one face onto the head.
+ * @param face        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param face_count  3 * 20481
+ * @param head        receives 3 x M floats, coordinate r of vertex j at r*M + j
+ * @param head_count  3 * M (M from meridian_head_swap_output_vertex_count)
+ */
+MERIDIAN_MODERN_API meridian_status meridian_head_swap_run(meridian_head_swap* swap,
+                                                           const float* face, size_t face_count,
+                                                           float* head, size_t head_count);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_head_swap_last_error(const meridian_head_swap* swap);
+
+/* ------------------------------------------------------------------------
+ * Tangent frames: per-vertex tangent, bitangent and normal of a head
+ * ------------------------------------------------------------------------ */
+
+/** An open tangent-frame engine, fixed or general. */
+typedef struct meridian_tangent_frames meridian_tangent_frames;
+
+/**
+ * Opens the fixed engine: its template is model_dir + "/TBN/std_20481_with_UV_F_TF.obj"
+ * (appended as is), whose vertices are the 20481 head vertices. NULL on failure.
+ */
+MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open(const char* model_dir);
+
+/**
+ * Opens a general engine: a template OBJ with its own vertex numbering (T
+ * vertices), linked to the head by two index lists.
+ * @param template_obj   path of the template OBJ, used as given
+ * @param tavi_to_head   T ints: entry i is the head vertex (0..20480) of template vertex i
+ * @param tavi_count     T, the template's vertex count
+ * @param head_to_tavi   M ints: entry j is the template vertex whose frame is output j
+ * @param output_count   M
+ * NULL on failure.
+ */
+MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open_general(
+    const char* template_obj, const int32_t* tavi_to_head, size_t tavi_count,
+    const int32_t* head_to_tavi, size_t output_count);
+
+/**
+ * The same with both index lists read from text files (whitespace-separated
+ * integers up to the first token that is not one). NULL on failure.
+ */
+MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open_general_files(
+    const char* template_obj, const char* tavi_to_head_file, const char* head_to_tavi_file);
+
+/** Closes an engine; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_tangent_frames_close(meridian_tangent_frames* frames);
+
+/** Vertices of each output (M): 20481 for the fixed engine; 0 for NULL. */
+MERIDIAN_MODERN_API size_t
+meridian_tangent_frames_output_vertex_count(const meridian_tangent_frames* frames);
+
+/**
+ * Tangent frames of one head.
+ * @param head         3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count   3 * 20481
+ * @param out          receives 9 x M floats: component k of output vertex j at k*M + j,
+ *                     k = 0..2 tangent, 3..5 bitangent, 6..8 normal
+ * @param out_count    9 * M
+ */
+MERIDIAN_MODERN_API meridian_status meridian_tangent_frames_run(meridian_tangent_frames* frames,
+                                                                const float* head,
+                                                                size_t head_count, float* out,
+                                                                size_t out_count);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_tangent_frames_last_error(
+    const meridian_tangent_frames* frames);
+
+/* ------------------------------------------------------------------------
+ * Eyeball fit: one template eyeball placed in both sockets of a head
+ * ------------------------------------------------------------------------ */
+
+/** An open eyeball fit. */
+typedef struct meridian_eyeball_fit meridian_eyeball_fit;
+
+/** The placement of both eyes. */
+typedef struct meridian_eye_poses {
+    double angles_deg[2][3]; /**< eye e: Euler angles z, y, x in degrees, as the legacy fit gives */
+    double positions[2][3];  /**< eye e: position x, y, z */
+    double scale;            /**< the scale both eyes share */
+} meridian_eye_poses;
+
+/** Opens an eyeball fit: model_dir + "/eyeball/new_eye.ply" (appended as is). NULL on failure. */
+MERIDIAN_MODERN_API meridian_eyeball_fit* meridian_eyeball_fit_open(const char* model_dir);
+
+/** Closes a fit; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_eyeball_fit_close(meridian_eyeball_fit* fit);
+
+/** Landmark templates a run may align to (3). */
+MERIDIAN_MODERN_API size_t meridian_eyeball_fit_template_count(void);
+
+/**
+ * Fits both eyes of one head.
+ * @param head            3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count      3 * 20481
+ * @param template_index  landmark template, below meridian_eyeball_fit_template_count()
+ * @param poses           receives the result
+ */
+MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_run(meridian_eyeball_fit* fit,
+                                                             const float* head, size_t head_count,
+                                                             unsigned template_index,
+                                                             meridian_eye_poses* poses);
+
+/**
+ * Writes the model's template eye mesh (model_dir +
+ * "/eyeball/color_eye/EyeNew.obj", appended as is) moved by one eye's pose
+ * to `path`, atomically: every "v " line becomes "v x y z" ("%f" each) of
+ * scale * R * v + position, R from the angles as the fit reports them
+ * (degrees, 3.14 for pi): about z by angles[0], about y by -angles[1],
+ * about x by angles[2]. Every other line is kept.
+ * @param angles_deg  3 doubles
+ * @param position    3 doubles
+ */
+MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_write_posed_eye(meridian_eyeball_fit* fit,
+                                                                         const double* angles_deg,
+                                                                         const double* position,
+                                                                         double scale,
+                                                                         const char* path);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_eyeball_fit_last_error(const meridian_eyeball_fit* fit);
+
+/* ------------------------------------------------------------------------
+ * Eye aligners: an eyeball or eyelash mesh fitted to a head, in export order
+ * ------------------------------------------------------------------------ */
+
+/** An open eye aligner (eyeball or eyelash). */
+typedef struct meridian_eye_aligner meridian_eye_aligner;
+
+/** Opens the eyeball aligner from the "eyeball/" files of `model_dir`. NULL on failure. */
+MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyeball(const char* model_dir);
+
+/** Opens the eyelash aligner from the "eyelash/" files of `model_dir`. NULL on failure. */
+MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyelash(const char* model_dir);
+
+/** Closes an aligner; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_eye_aligner_close(meridian_eye_aligner* aligner);
+
+/** Vertices of each output (M, the export correspondence's entries); 0 for NULL. */
+MERIDIAN_MODERN_API size_t
+meridian_eye_aligner_output_vertex_count(const meridian_eye_aligner* aligner);
+
+/**
+ * Fits the mesh to one head.
+ * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count  3 * 20481
+ * @param out         receives 3 x M floats, coordinate r of vertex j at r*M + j
+ * @param out_count   3 * M
+ */
+MERIDIAN_MODERN_API meridian_status meridian_eye_aligner_run(meridian_eye_aligner* aligner,
+                                                             const float* head, size_t head_count,
+                                                             float* out, size_t out_count);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_eye_aligner_last_error(
+    const meridian_eye_aligner* aligner);
+
+/* ------------------------------------------------------------------------
+ * Blendshapes: the neutral head and five regional deformations
+ * ------------------------------------------------------------------------ */
+
+/** An open blendshape engine. */
+typedef struct meridian_blendshapes meridian_blendshapes;
+
+/**
+ * Opens the blendshape engine from model_dir + "/BS/" (appended as is),
+ * reading and checking all of its files. A missing or short file is an
+ * error here (MERIDIAN_CANNOT_OPEN, MERIDIAN_TOO_SHORT). NULL on failure.
+ */
+MERIDIAN_MODERN_API meridian_blendshapes* meridian_blendshapes_open(const char* model_dir);
+
+/** Closes an engine; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_blendshapes_close(meridian_blendshapes* shapes);
+
+/**
+ * Threads one run spreads its five regions over: 1 for a batch worker, 0
+ * for the default (the processor count, at most 5). The results are the
+ * same bits for any number.
+ */
+MERIDIAN_MODERN_API meridian_status
+meridian_blendshapes_set_thread_count(meridian_blendshapes* shapes, unsigned threads);
+
+/**
+ * Shapes each run writes (S = 6): shape 0 is the head, shape s + 1 the
+ * deformation of region s (left cheek, right cheek, nose, left ear, right
+ * ear).
+ */
+MERIDIAN_MODERN_API size_t meridian_blendshapes_shape_count(void);
+
+/**
+ * The shapes of one head.
+ * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count  3 * 20481
+ * @param out         receives S x 3 x 20481 floats: coordinate r of vertex j of
+ *                    shape s at (3*s + r)*20481 + j
+ * @param out_count   S * 3 * 20481
+ */
+MERIDIAN_MODERN_API meridian_status meridian_blendshapes_run(meridian_blendshapes* shapes,
+                                                             const float* head, size_t head_count,
+                                                             float* out, size_t out_count);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_blendshapes_last_error(const meridian_blendshapes* shapes);
+
+/* ------------------------------------------------------------------------
+ * Frame selection: four RGBD frames of a capture (front, yaw -25, yaw +25,
+ * up), chosen from colour frames offered one by one
+ *
+ * Builds without OpenCV have no frame selection: the open call then fails
+ * with MERIDIAN_UNAVAILABLE.
+ * ------------------------------------------------------------------------ */
+
+/** An open frame selection: a landmark provider and four frame buckets. */
+typedef struct meridian_frame_selection meridian_frame_selection;
+
+/** What became of an offered frame (the numbers never change). */
+typedef enum meridian_frame_result {
+    MERIDIAN_FRAME_STORED_FRONT = 5,        /**< kept as a frontal candidate */
+    MERIDIAN_FRAME_STORED_YAW_NEGATIVE = 4, /**< kept as a yaw -25 candidate */
+    MERIDIAN_FRAME_STORED_YAW_POSITIVE = 3, /**< kept as a yaw +25 candidate */
+    MERIDIAN_FRAME_STORED_UP = 2,           /**< kept as an upward candidate */
+    MERIDIAN_FRAME_NO_LANDMARKS = -1,       /**< no face found */
+    MERIDIAN_FRAME_EYES_CLOSED = -2,        /**< eyes closed */
+    MERIDIAN_FRAME_NO_BUCKET = -3,          /**< the head's angles fit no bucket */
+    MERIDIAN_FRAME_FACE_TOO_SMALL = -4      /**< the face is too small */
+} meridian_frame_result;
+
+/** One offered frame's outcome. */
+typedef struct meridian_frame_intake {
+    int32_t result; /**< a meridian_frame_result */
+    float yaw;      /**< head yaw in degrees; -10000 when not measured */
+    float pitch;    /**< head pitch in degrees; -10000 when not measured */
+} meridian_frame_intake;
+
+/**
+ * Opens a frame selection: loads the landmark provider (`provider_path`, or
+ * NULL for "libcv_face" found the usual way) and its model from
+ * `model_dir`. NULL on failure (see meridian_open_error).
+ */
+MERIDIAN_MODERN_API meridian_frame_selection* meridian_frame_selection_open(
+    const char* model_dir, const char* provider_path);
+
+/** Closes a frame selection; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_frame_selection_close(meridian_frame_selection* selection);
+
+/**
+ * Offers one colour frame.
+ * @param frame_id   the caller's id of the frame, reported back by choose
+ * @param bgr        height x width x 3 bytes, 8-bit BGR: channel c of pixel
+ *                   (row y, column x) at (y*width + x)*3 + c
+ * @param bgr_count  height * width * 3
+ * @param intake     receives the outcome
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_add(
+    meridian_frame_selection* selection, int32_t frame_id, const uint8_t* bgr, size_t width,
+    size_t height, size_t bgr_count, meridian_frame_intake* intake);
+
+/** Frames a choice names (4): front, yaw -25, yaw +25, up. */
+MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
+
+/**
+ * Chooses the four frames among those stored.
+ * @param ids        receives 4 frame ids: front, yaw -25, yaw +25, up
+ * @param ids_count  4
+ * MERIDIAN_INCOMPLETE (ids untouched) when a bucket holds no frame; the
+ * message names the first empty one.
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
+    meridian_frame_selection* selection, int32_t* ids, size_t ids_count);
+
+/** Forgets every stored frame. */
+MERIDIAN_MODERN_API meridian_status
+meridian_frame_selection_clear(meridian_frame_selection* selection);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_frame_selection_last_error(
+    const meridian_frame_selection* selection);
+
+/* ------------------------------------------------------------------------
+ * Head-asset builder: a head in memory to one binary glTF asset (.glb) with
+ * the head in engine order, the five blendshapes as morph targets and the
+ * eyeballs and eyelashes, in glTF's frame and metres
+ *
+ * Builds without tinygltf have no builder: the open call then fails with
+ * MERIDIAN_UNAVAILABLE.
+ * ------------------------------------------------------------------------ */
+
+/** An open asset builder: every engine the asset needs, loaded once. */
+typedef struct meridian_asset_builder meridian_asset_builder;
+
+/** The figures a reviewer checks on a built asset. */
+typedef struct meridian_asset_report {
+    double eye_scale;                  /**< the eyeball's whole-mesh scale, after the clamp */
+    int32_t eye_scale_clamped;         /**< 1 when the 0.9..1.1 clamp changed it */
+    double region_max_displacement[5]; /**< per blendshape region, largest vertex move (m) */
+    double bounds_min[3];              /**< bounding box of every vertex, glTF frame (m) */
+    double bounds_max[3];
+    uint64_t non_finite_positions; /**< non-finite position and morph-offset coordinates */
+    uint64_t non_finite_normals;   /**< non-finite normal coordinates */
+} meridian_asset_report;
+
+/**
+ * Opens a builder on `model_dir`.
+ * @param with_blendshapes  nonzero: morph targets from the model's "BS/" data
+ * @param with_eyes         nonzero: eyeball and eyelash meshes
+ * @param metres_per_unit   model units to metres; 0 for the default (0.0026)
+ * NULL on failure (a missing file is named in meridian_open_error).
+ */
+MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(const char* model_dir,
+                                                                        int with_blendshapes,
+                                                                        int with_eyes,
+                                                                        double metres_per_unit);
+
+/** Closes a builder; NULL is ignored. */
+MERIDIAN_MODERN_API void meridian_asset_builder_close(meridian_asset_builder* builder);
+
+/**
+ * Builds the asset of one head and keeps it in the handle (replacing the
+ * previous one) until the next build or close.
+ * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count  3 * 20481
+ * @param report      receives the asset's figures (may be NULL)
+ */
+MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build(meridian_asset_builder* builder,
+                                                                 const float* head,
+                                                                 size_t head_count,
+                                                                 meridian_asset_report* report);
+
+/** Bytes of the last built asset's .glb (0 before the first build). */
+MERIDIAN_MODERN_API size_t meridian_asset_builder_glb_size(const meridian_asset_builder* builder);
+
+/**
+ * Copies the last built asset's .glb.
+ * @param out        receives meridian_asset_builder_glb_size() bytes
+ * @param out_count  meridian_asset_builder_glb_size()
+ */
+MERIDIAN_MODERN_API meridian_status meridian_asset_builder_copy_glb(meridian_asset_builder* builder,
+                                                                    uint8_t* out, size_t out_count);
+
+/**
+ * Writes the last built asset's .glb to `path` atomically: a temporary file
+ * in the same folder, renamed over `path` once complete.
+ */
+MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* path);
+
+/** The message of the handle's last failed call ("" after a success). */
+MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
+    const meridian_asset_builder* builder);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* MERIDIAN_MERIDIAN_API_H */

@@ -1,0 +1,187 @@
+// The head-asset builder handle. Builds without tinygltf have no builder:
+// their open call says so.
+#include "capi/handle_support.h"
+
+using namespace kestrel::meridian;
+using namespace kestrel::meridian::capi;
+
+#if defined(MERIDIAN_WITH_ASSET)
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "asset/head_export.h"
+
+namespace ex = meridian::exporter;
+
+struct meridian_asset_builder {
+    std::unique_ptr<ex::HeadExporter> exporter;
+    std::string glb;  ///< the last built asset
+    LastError lastError;
+};
+
+namespace {
+
+void fillReport(const ex::AssetQuality& quality, meridian_asset_report& report) {
+    report.eye_scale = quality.eyeScale;
+    report.eye_scale_clamped = quality.eyeScaleClamped ? 1 : 0;
+    std::copy(quality.regionMaxDisplacement.begin(), quality.regionMaxDisplacement.end(),
+              report.region_max_displacement);
+    for (int a = 0; a < 3; ++a) {
+        report.bounds_min[a] = quality.boundsMin[a];
+        report.bounds_max[a] = quality.boundsMax[a];
+    }
+    report.non_finite_positions = quality.nonFinitePositions;
+    report.non_finite_normals = quality.nonFiniteNormals;
+}
+
+/// `bytes` to `path` through a temporary file in the same folder, renamed
+/// over `path` once written and flushed.
+Error writeAtomically(const std::string& bytes, const std::string& path) {
+    namespace fs = std::filesystem;
+    const fs::path target(path);
+    const fs::path temporary =
+        target.parent_path() / ("." + target.filename().string() + ".partial");
+    {
+        std::ofstream out(temporary, std::ios::binary);
+        if (!out) return {ErrorCode::writeFailed, path, "cannot write " + temporary.string()};
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        if (!out.flush()) {
+            out.close();
+            std::error_code ignored;
+            fs::remove(temporary, ignored);
+            return {ErrorCode::writeFailed, path, "cannot write " + temporary.string()};
+        }
+    }
+    std::error_code renamed;
+    fs::rename(temporary, target, renamed);
+    if (renamed) {
+        std::error_code ignored;
+        fs::remove(temporary, ignored);
+        return {ErrorCode::writeFailed, path, "cannot write " + path + ": " + renamed.message()};
+    }
+    return {};
+}
+
+}  // namespace
+
+extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(
+    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit) {
+    return openHandle<meridian_asset_builder>([&](meridian_asset_builder& builder, Error& error) {
+        error = checkPath(model_dir, "the model directory");
+        if (error) return false;
+        if (!(metres_per_unit >= 0) || !std::isfinite(metres_per_unit)) {
+            error = {ErrorCode::invalidArgument, "", "metres per unit must be finite and >= 0"};
+            return false;
+        }
+        ex::ExportSettings settings;
+        settings.modelDir = model_dir;
+        settings.blendshapes = with_blendshapes != 0;
+        settings.eyes = with_eyes != 0;
+        if (metres_per_unit > 0) settings.transform.metresPerUnit = metres_per_unit;
+        ex::StageLog log;
+        try {
+            builder.exporter = std::make_unique<ex::HeadExporter>(settings, log);
+        } catch (const ex::ExportError& e) {
+            error = {ErrorCode::cannotOpen, model_dir, e.what()};
+            return false;
+        }
+        return true;
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_build(meridian_asset_builder* builder, const float* head, size_t head_count,
+                             meridian_asset_report* report) {
+    return runCall(builder, [&]() -> Error {
+        if (Error error = checkHead(head, head_count)) return error;
+        const std::vector<float> input(head, head + head_count);
+        ex::StageLog log;
+        ex::HeadAsset asset;
+        try {
+            asset = builder->exporter->run(input, log);
+        } catch (const ex::ExportError& e) {
+            return {ErrorCode::internal, "", e.what()};
+        }
+        std::ostringstream glb;
+        if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
+            return {ErrorCode::internal, "", "the asset could not be encoded"};
+        builder->glb = glb.str();
+        if (report) fillReport(builder->exporter->quality(input, asset), *report);
+        return {};
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_glb_size(const meridian_asset_builder* builder) {
+    return builder == nullptr ? 0 : builder->glb.size();
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_copy_glb(meridian_asset_builder* builder, uint8_t* out, size_t out_count) {
+    return runCall(builder, [&]() -> Error {
+        if (Error error = checkOutput(out, out_count, builder->glb.size(), "the output"))
+            return error;
+        std::copy(builder->glb.begin(), builder->glb.end(), out);
+        return {};
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* path) {
+    return runCall(builder, [&]() -> Error {
+        if (Error error = checkPath(path, "the path")) return error;
+        if (builder->glb.empty()) return {ErrorCode::incomplete, "", "no asset built yet"};
+        return writeAtomically(builder->glb, path);
+    });
+}
+
+#else
+
+struct meridian_asset_builder {
+    LastError lastError;
+};
+
+extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(const char*, int,
+                                                                                   int, double) {
+    openError() = {ErrorCode::unavailable, "", "this build has no asset builder (no tinygltf)"};
+    return nullptr;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build(
+    meridian_asset_builder*, const float*, size_t, meridian_asset_report*) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_glb_size(const meridian_asset_builder*) {
+    return 0;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_copy_glb(meridian_asset_builder*, uint8_t*, size_t) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_write_glb(meridian_asset_builder*, const char*) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+#endif
+
+extern "C" MERIDIAN_MODERN_API void meridian_asset_builder_close(meridian_asset_builder* builder) {
+    delete builder;
+}
+
+extern "C" MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
+    const meridian_asset_builder* builder) {
+    return lastErrorOf(builder);
+}

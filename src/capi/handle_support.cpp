@@ -1,0 +1,63 @@
+#include "capi/handle_support.h"
+
+#include <cmath>
+
+#include "common/template_head.h"
+#include "meridian/version.h"
+
+namespace kestrel::meridian::capi {
+
+Error& openError() {
+    thread_local Error error;
+    return error;
+}
+
+Error checkPath(const char* path, const char* what) {
+    if (path == nullptr) return {ErrorCode::invalidArgument, "", std::string(what) + " is NULL"};
+    return {};
+}
+
+Error checkHead(const float* head, size_t count) {
+    constexpr size_t expected = kTemplateHeadFloats;
+    if (head == nullptr) return {ErrorCode::invalidArgument, "", "the head is NULL"};
+    if (count != expected)
+        return {ErrorCode::invalidArgument, "",
+                "the head has " + std::to_string(count) + " floats; a template head has " +
+                    std::to_string(expected) + " (3 x 20481)"};
+    for (size_t i = 0; i < count; ++i)
+        if (!std::isfinite(head[i]))
+            return {ErrorCode::invalidArgument, "",
+                    "the head's coordinate " + std::to_string(i / kTemplateHeadVertexCount) +
+                        " of vertex " + std::to_string(i % kTemplateHeadVertexCount) +
+                        " is not finite"};
+    return {};
+}
+
+Error checkOutput(const void* out, size_t count, size_t expected, const char* what) {
+    if (out == nullptr) return {ErrorCode::invalidArgument, "", std::string(what) + " is NULL"};
+    if (count != expected)
+        return {ErrorCode::invalidArgument, "",
+                std::string(what) + " has room for " + std::to_string(count) +
+                    " floats; the call writes " + std::to_string(expected)};
+    return {};
+}
+
+}  // namespace kestrel::meridian::capi
+
+using namespace kestrel::meridian;
+
+extern "C" MERIDIAN_MODERN_API const char* meridian_version(void) {
+    return MERIDIAN_VERSION_STRING;
+}
+
+extern "C" MERIDIAN_MODERN_API size_t meridian_template_vertex_count(void) {
+    return kTemplateHeadVertexCount;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_open_status(void) {
+    return capi::statusOf(capi::openError());
+}
+
+extern "C" MERIDIAN_MODERN_API const char* meridian_open_error(void) {
+    return capi::openError().message.c_str();
+}
