@@ -388,6 +388,15 @@ MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
 MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
     meridian_frame_selection* selection, int32_t* ids, size_t ids_count);
 
+/**
+ * Runs the selection over a capture on disk: the buckets are emptied, then
+ * capture_dir + "/jpg/1.jpg", "2.jpg", ... (as many as that folder holds
+ * regular files) are offered as frame ids 0, 1, ...; a file that cannot be
+ * read is skipped. Then chooses as meridian_frame_selection_choose does.
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_run_capture(
+    meridian_frame_selection* selection, const char* capture_dir, int32_t* ids, size_t ids_count);
+
 /** Forgets every stored frame. */
 MERIDIAN_MODERN_API meridian_status
 meridian_frame_selection_clear(meridian_frame_selection* selection);
