@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
+#include "modern_handles.h"
 
 namespace meridian::cli {
 
@@ -47,14 +48,16 @@ void writeVertexObj(const std::string& path, const Eigen::Matrix3Xd& vertices) {
     if (!out.flush()) throw CommandError("cannot write " + path);
 }
 
-std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
+using BlendshapesHandle = OwnedHandle<meridian_blendshapes, meridian_blendshapes_close>;
+
+BlendshapesHandle loadEngine(const std::string& modelDir) {
     std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
     const auto start = std::chrono::steady_clock::now();
-    kestrel::meridian::Error error;
-    std::unique_ptr<CBlendshapeEngine> engine = CBlendshapeEngine::load(modelDir, error);
+    BlendshapesHandle engine(meridian_blendshapes_open(modelDir.c_str()));
     if (!engine) {
         std::cout << std::endl;
-        throw CommandError("cannot load the blendshape data: " + error.message);
+        throw CommandError(std::string("cannot load the blendshape data: ") +
+                           meridian_open_error());
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     std::cout << " done in " << took.count() << " s" << std::endl;
@@ -69,10 +72,15 @@ void runBlendshapes(const BlendshapeOptions& options) {
     if (ec || !fs::is_directory(options.outDir))
         throw CommandError("cannot create the output directory " + options.outDir);
 
-    const std::unique_ptr<CBlendshapeEngine> engine = loadEngine(options.model);
-    // The double path gives the same values the C interface narrows.
-    const CBlendshapeEngine::Shapes shapes = engine->generate(
-        kestrel::meridian::planarToVertices(head.data(), CBlendshapeEngine::kHeadVertexCount));
+    const BlendshapesHandle engine = loadEngine(options.model);
+    std::vector<float> planarShapes(meridian_blendshapes_shape_count() * head.size());
+    requireOk(meridian_blendshapes_run(engine.get(), head.data(), head.size(), planarShapes.data(),
+                                       planarShapes.size()),
+              "the blendshapes", meridian_blendshapes_last_error(engine.get()));
+    std::vector<Eigen::Matrix3Xd> shapes;
+    for (size_t s = 0; s < meridian_blendshapes_shape_count(); ++s)
+        shapes.push_back(kestrel::meridian::planarToVertices(planarShapes.data() + s * head.size(),
+                                                             CBlendshapeEngine::kHeadVertexCount));
 
     const std::string templatePath = options.model + kTemplateFile;
     const bool haveTemplate = fs::is_regular_file(templatePath);
