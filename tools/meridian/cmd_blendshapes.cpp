@@ -13,6 +13,7 @@
 #include "blendshape_sheet.h"
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
 #include "modern_handles.h"
@@ -30,8 +31,6 @@ struct BlendshapeOptions {
     std::string in;
     std::string outDir;
 };
-
-constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
 
 std::string shapeName(int s) {
     return s == 0 ? "neutral" : bs::kRegions[s - 1].name;
@@ -82,7 +81,8 @@ void runBlendshapes(const BlendshapeOptions& options) {
         shapes.push_back(kestrel::meridian::planarToVertices(planarShapes.data() + s * head.size(),
                                                              CBlendshapeEngine::kHeadVertexCount));
 
-    const std::string templatePath = options.model + kTemplateFile;
+    const std::string templatePath =
+        kestrel::meridian::model_files::tangentFrameTemplatePath(options.model);
     const bool haveTemplate = fs::is_regular_file(templatePath);
     for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s) {
         const std::string path =

@@ -12,9 +12,9 @@
 
 #include <unistd.h>
 
+#include "asset/head_export.h"
 #include "cli_common.h"
 #include "commands.h"
-#include "asset/head_export.h"
 #include "export_preview.h"
 
 namespace meridian::cli {

@@ -8,6 +8,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "io/mesh_readers.h"
 #include "io/planar.h"
 #include "modern_handles.h"
@@ -48,7 +49,8 @@ void runSwap(const SwapOptions& options) {
     const Eigen::Matrix3Xd vertices = kestrel::meridian::planarToVertices(planar.data(), n);
 
     // With the engine-order template mesh the result keeps its faces and UVs.
-    const auto templatePath = (std::filesystem::path(options.model) / "ue4_head.obj").string();
+    const auto templatePath = kestrel::meridian::model_files::modelFilePath(
+        options.model, kestrel::meridian::model_files::kEngineHeadMesh);
     if (std::filesystem::is_regular_file(templatePath) &&
         kestrel::meridian::readObjVertexLines(templatePath).cols() == n) {
         kestrel::meridian::Error error;
