@@ -85,6 +85,8 @@ def _declare(api):
     doubles = ctypes.POINTER(ctypes.c_double)
     run = (status, [handle, floats, size, floats, size])
     signatures = {
+        "meridian_debug_read_head": (status, [text, ctypes.c_int, floats, size,
+                                             ctypes.POINTER(ctypes.c_size_t)]),
         "meridian_head_swap_open": (handle, [text]),
         "meridian_head_swap_close": (None, [handle]),
         "meridian_head_swap_output_vertex_count": (size, [handle]),
