@@ -94,6 +94,31 @@ MERIDIAN_MODERN_API meridian_status meridian_open_status(void);
 MERIDIAN_MODERN_API const char* meridian_open_error(void);
 
 /* ------------------------------------------------------------------------
+ * Debug head readers: a mesh file's vertices as the legacy debug readers
+ * read them (a PLY with exactly 7 header lines; an OBJ's vertex table)
+ * ------------------------------------------------------------------------ */
+
+/** The debug readers' file kinds. */
+typedef enum meridian_head_file {
+    MERIDIAN_HEAD_PLY = 0, /**< ASCII PLY, exactly 7 header lines */
+    MERIDIAN_HEAD_OBJ = 1  /**< OBJ */
+} meridian_head_file;
+
+/**
+ * Reads a head mesh file's vertices. Call it once with `out` NULL to learn
+ * the vertex count N (`*vertex_count`), then with room for them.
+ * @param out           NULL, or receives 3 x N floats, coordinate r of vertex j at r*N + j
+ * @param out_count     3 * N (ignored when `out` is NULL)
+ * @param vertex_count  receives N (may be NULL when `out` is not)
+ * Failures go to meridian_open_status() and meridian_open_error() (there is
+ * no handle): MERIDIAN_CANNOT_OPEN_MESH, MERIDIAN_BAD_CONTENT, ...
+ */
+MERIDIAN_MODERN_API meridian_status meridian_debug_read_head(const char* path,
+                                                             meridian_head_file kind, float* out,
+                                                             size_t out_count,
+                                                             size_t* vertex_count);
+
+/* ------------------------------------------------------------------------
  * Head swap: a face in the template topology onto the head, in the game
  * engine's vertex order
  * ------------------------------------------------------------------------ */
@@ -387,6 +412,15 @@ MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
  */
 MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
     meridian_frame_selection* selection, int32_t* ids, size_t ids_count);
+
+/**
+ * Runs the selection over a capture on disk: the buckets are emptied, then
+ * capture_dir + "/jpg/1.jpg", "2.jpg", ... (as many as that folder holds
+ * regular files) are offered as frame ids 0, 1, ...; a file that cannot be
+ * read is skipped. Then chooses as meridian_frame_selection_choose does.
+ */
+MERIDIAN_MODERN_API meridian_status meridian_frame_selection_run_capture(
+    meridian_frame_selection* selection, const char* capture_dir, int32_t* ids, size_t ids_count);
 
 /** Forgets every stored frame. */
 MERIDIAN_MODERN_API meridian_status

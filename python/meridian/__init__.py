@@ -2,11 +2,11 @@
 
 Vertices go in as (N, 3) arrays (converted to float32) and results come out
 as float32 arrays of the same form. A failure the library reports raises
-MeridianError carrying its message. HeadSwap, the tangent-frame engines,
-the aligners, Blendshapes and Exporter are handles of the modern interface
-(libmeridian_api): each owns its engine, and close() or a `with` block
-frees it alone. EyeballFit, RgbdSelector and the debug readers still run on
-the legacy exports (see _engine for their lifetime rules).
+MeridianError carrying its message. Every engine class (HeadSwap, the
+tangent-frame engines, EyeballFit, the aligners, Blendshapes, RgbdSelector,
+Exporter) is a handle of the modern interface (libmeridian_api): each owns
+its engine, and close() or a `with` block frees it alone. The debug head
+readers ask the library for the vertex count before reading.
 
 The library is found through MERIDIAN_LIBRARY (a file path), then beside
 this package, then where `cmake --install` put it, then on the system's

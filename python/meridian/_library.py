@@ -1,10 +1,8 @@
 """Finding and loading the shared library, and the C signatures of its exports."""
-import contextlib
 import ctypes
 import ctypes.util
 import os
 import sys
-import tempfile
 import threading
 
 _NAMES = ("meridian.dll",) if sys.platform == "win32" else ("libmeridian.so.0", "libmeridian.so")
@@ -128,37 +126,3 @@ def _declare(lib):
             raise OSError(f"{getattr(lib, '_name', 'the library')} has no export {name}")
         function.restype = result
         function.argtypes = arguments
-
-
-def _flush_c_stdout():
-    if sys.platform != "win32":
-        ctypes.CDLL(None).fflush(None)
-
-
-def _decode(printed):
-    """The library prints its Chinese messages in GBK, everything else in
-    ASCII."""
-    try:
-        return printed.decode("utf-8")
-    except UnicodeDecodeError:
-        return printed.decode("gbk", errors="replace")
-
-
-@contextlib.contextmanager
-def captured_stdout():
-    """Collects what the library prints to standard output (file descriptor
-    1) while the block runs; the text is in the yielded list afterwards."""
-    sys.stdout.flush()
-    _flush_c_stdout()
-    collected = []
-    saved = os.dup(1)
-    with tempfile.TemporaryFile() as sink:
-        os.dup2(sink.fileno(), 1)
-        try:
-            yield collected
-        finally:
-            _flush_c_stdout()
-            os.dup2(saved, 1)
-            os.close(saved)
-            sink.seek(0)
-            collected.append(_decode(sink.read()))

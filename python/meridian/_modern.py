@@ -35,6 +35,11 @@ class EyePosesStruct(ctypes.Structure):
                 ("positions", (ctypes.c_double * 3) * 2), ("scale", ctypes.c_double)]
 
 
+class FrameIntake(ctypes.Structure):
+    """meridian_frame_intake."""
+    _fields_ = [("result", ctypes.c_int32), ("yaw", ctypes.c_float), ("pitch", ctypes.c_float)]
+
+
 def _candidates():
     explicit = os.environ.get("MERIDIAN_API_LIBRARY")
     if explicit:
@@ -80,6 +85,8 @@ def _declare(api):
     doubles = ctypes.POINTER(ctypes.c_double)
     run = (status, [handle, floats, size, floats, size])
     signatures = {
+        "meridian_debug_read_head": (status, [text, ctypes.c_int, floats, size,
+                                             ctypes.POINTER(ctypes.c_size_t)]),
         "meridian_head_swap_open": (handle, [text]),
         "meridian_head_swap_close": (None, [handle]),
         "meridian_head_swap_output_vertex_count": (size, [handle]),
@@ -106,6 +113,14 @@ def _declare(api):
                                                           ctypes.c_double, text]),
         "meridian_eyeball_fit_last_error": (text, [handle]),
         "meridian_blendshapes_open": (handle, [text]),
+        "meridian_frame_selection_open": (handle, [text, text]),
+        "meridian_frame_selection_close": (None, [handle]),
+        "meridian_frame_selection_add": (status, [handle, ctypes.c_int32, ctypes.c_void_p, size,
+                                                  size, size, ctypes.POINTER(FrameIntake)]),
+        "meridian_frame_selection_choose": (status, [handle, int32s, size]),
+        "meridian_frame_selection_run_capture": (status, [handle, text, int32s, size]),
+        "meridian_frame_selection_clear": (status, [handle]),
+        "meridian_frame_selection_last_error": (text, [handle]),
         "meridian_blendshapes_close": (None, [handle]),
         "meridian_blendshapes_set_thread_count": (status, [handle, ctypes.c_uint]),
         "meridian_blendshapes_shape_count": (size, []),

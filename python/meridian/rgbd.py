@@ -7,8 +7,11 @@ import sys
 
 import numpy as np
 
-from . import _library
-from ._engine import MeridianError, SingletonEngine, call_init, call_printing
+from . import _library, _modern
+from ._engine import MeridianError
+from ._modern import Handle
+
+_INCOMPLETE = 13  # MERIDIAN_INCOMPLETE
 
 # Intake codes: stored in a bucket, or why not.
 FRONT, YAW_NEGATIVE, YAW_POSITIVE, UP = 5, 4, 3, 2
@@ -51,87 +54,74 @@ def provider_problem(model_dir):
     return None
 
 
-def _clear_buckets():
-    _library.load().AI_Choose4RGBD_clear()
+# The first empty bucket a choice meets, by the modern interface's message,
+# as the legacy final code.
+_BUCKET_CODES = {"front": -5, "yaw -25": -4, "yaw +25": -3, "up": -2}
 
 
-class RgbdSelector(SingletonEngine):
+class RgbdSelector(Handle):
     """The frame selection with its landmark model (`model_dir` is given to
-    the provider). The library keeps one selection: only one may be open at
-    a time. It starts with empty buckets and empties them when it closes.
-
-    The provider and its model are loaded once here first, because the
-    library's init ends the process when it cannot load them.
+    the provider; `provider` is its path, None for libcv_face found beside
+    the library or on the loader's search path). Each selector keeps its own
+    four buckets, empty at first.
     """
 
-    def __init__(self, model_dir):
-        model_dir = os.fspath(model_dir)
-        library = _library.load()
-        if not hasattr(library, "AI_system_init_Choose4RGBD"):
-            raise MeridianError("this build of the library has no frame selection")
-        with _library.lock:
-            self._require_none_open()
-            problem = provider_problem(model_dir)
-            if problem is not None:
-                raise MeridianError(problem, "AI_system_init_Choose4RGBD")
-            call_init("AI_system_init_Choose4RGBD", lambda status, _: status != 1,
-                      os.fsencode(model_dir))
-            _clear_buckets()
-            super().__init__(on_close=_clear_buckets)
+    _kind = "frame_selection"
+
+    def __init__(self, model_dir, provider=None):
+        super().__init__("meridian_frame_selection_open", os.fsencode(os.fspath(model_dir)),
+                         None if provider is None else os.fsencode(os.fspath(provider)))
 
     def offer(self, frame_id, color, depth):
         """Offers one frame: `color` (rows, cols, 3) uint8 BGR, `depth` a 2-D
-        array of depths (converted to float32; it takes no part in the
-        choice). Returns an Intake."""
+        array of depths (it takes no part in the choice). Returns an Intake."""
         color = np.asarray(color)
         if color.dtype != np.uint8 or color.ndim != 3 or color.shape[2] != 3:
             raise ValueError(f"color is (rows, cols, 3) uint8 BGR, got {color.shape} "
                              f"{color.dtype}")
         color = np.ascontiguousarray(color)
-        depth = np.ascontiguousarray(depth, dtype=np.float32)
-        if depth.ndim != 2:
-            raise ValueError(f"depth is (rows, cols), got {depth.shape}")
-        yaw, pitch = ctypes.c_float(float("nan")), ctypes.c_float(float("nan"))
+        if np.ndim(depth) != 2:
+            raise ValueError(f"depth is (rows, cols), got {np.shape(depth)}")
+        intake = _modern.FrameIntake()
         with _library.lock:
             self._require_open()
-            code = _library.load().AI_Choose4RGBD_input_1_rgbd(
-                int(frame_id), color.ctypes.data, color.shape[1], color.shape[0],
-                depth.ctypes.data, depth.shape[1], depth.shape[0], ctypes.byref(yaw),
-                ctypes.byref(pitch))
-        return Intake(code, yaw.value, pitch.value)
+            self._check(self._api("add")(self._handle, int(frame_id), color.ctypes.data,
+                                         color.shape[1], color.shape[0], color.size,
+                                         ctypes.byref(intake)), "offer")
+        if intake.result in (EYES_CLOSED, FACE_TOO_SMALL):  # no angles measured
+            return Intake(intake.result, float("nan"), float("nan"))
+        return Intake(intake.result, intake.yaw, intake.pitch)
+
+    def _chosen(self, call, *arguments):
+        ids = (ctypes.c_int32 * 4)()
+        with _library.lock:
+            self._require_open()
+            status = self._api(call)(self._handle, *arguments, ids, 4)
+            if status == _INCOMPLETE:
+                said = _modern._decode(self._api("last_error")(self._handle))
+                bucket = said.replace("no frame in the ", "").replace(" bucket", "")
+                code = _BUCKET_CODES.get(bucket, 0)
+                error = MeridianError(f"no {_EMPTY_BUCKET.get(code, bucket)} frame was stored, "
+                                      f"so no four frames can be chosen (final code {code})", call)
+                error.code = code
+                raise error
+            self._check(status, call)
+        return FinalChoice(*ids)
 
     def choose(self):
         """The chosen frame of each bucket, as a FinalChoice of frame ids.
-        Raises MeridianError (with `code`, the library's) when a bucket is
-        empty."""
-        ids = [ctypes.c_int(-1) for _ in range(4)]
-        with _library.lock:
-            self._require_open()
-            code = _library.load().AI_Choose4RGBD_get_final_4_rgbd(
-                *(ctypes.byref(i) for i in ids))
-        if code != 1:
-            error = MeridianError(f"no {_EMPTY_BUCKET.get(code, '?')} frame was stored, so no "
-                                  f"four frames can be chosen (final code {code})",
-                                  "AI_Choose4RGBD_get_final_4_rgbd")
-            error.code = code
-            raise error
-        return FinalChoice(*(i.value for i in ids))
+        Raises MeridianError (with `code`: -5 front, -4 yaw -25, -3 yaw +25,
+        -2 up) when a bucket is empty."""
+        return self._chosen("choose")
 
     def clear(self):
         """Forgets every frame offered so far."""
         with _library.lock:
             self._require_open()
-            _clear_buckets()
+            self._check(self._api("clear")(self._handle), "clear")
 
     def run_capture(self, capture_dir):
         """Runs the selection over a capture on disk (capture_dir/jpg/1.jpg,
         2.jpg, ... as frame ids 0, 1, ...; the buckets are emptied first) and
         returns choose()'s answer."""
-        with _library.lock:
-            self._require_open()
-            status, _ = call_printing("debug_test_RGBD_choose4",
-                                      os.fsencode(os.fspath(capture_dir)))
-            if status != 1:
-                raise MeridianError(f"debug_test_RGBD_choose4 gave {status}",
-                                    "debug_test_RGBD_choose4")
-            return self.choose()
+        return self._chosen("run_capture", os.fsencode(os.fspath(capture_dir)))

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "common/model_paths.h"
 #include "common/template_head.h"
 #include "eyes/aligner_data.h"
 #include "eyes/eyelash_aligner.h"
@@ -58,8 +59,8 @@ HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : sett
         checkHeadFiles(dir);
         if (settings_.blendshapes) checkBlendshapeFiles(dir);
         if (settings_.eyes) checkEyeFiles(dir);
-        const km::Correspondence engineOrder =
-            loadCorrespondenceFile(modelPath(dir, "idx_head2ue4.corresp"), AssetPart::kHead);
+        const km::Correspondence engineOrder = loadCorrespondenceFile(
+            modelPath(dir, km::model_files::kHeadToEngine), AssetPart::kHead);
         head_.count = static_cast<Eigen::Index>(engineOrder.size());
         head_.layout = readEngineMeshLayout(modelPath(dir, kHeadTemplateFile), head_.count);
         head_.copyOf = copyIds(engineOrder);

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "common/model_paths.h"
 #include "export_error.h"
 #include "eyes/aligner_data.h"
 
@@ -43,13 +44,14 @@ std::string modelPath(const std::string& modelDir, const std::string& name) {
 }
 
 void checkHeadFiles(const std::string& modelDir) {
-    for (const char* name : {"idx_tavi2head.corresp", "idx_head2ue4.corresp", kHeadTemplateFile})
+    for (const char* name :
+         {km::model_files::kTemplateToHead, km::model_files::kHeadToEngine, kHeadTemplateFile})
         requireFile(modelPath(modelDir, name), AssetPart::kHead);
 }
 
 void checkBlendshapeFiles(const std::string& modelDir) {
     // The same path the loader forms: the directory, "/BS/", the name.
-    const std::string dir = modelDir + "/BS/";
+    const std::string dir = km::model_files::blendshapeFolder(modelDir);
     for (const bs::MatrixFileEntry& entry : bs::kBackendFiles)
         requireMatrixFile(dir + entry.name, entry);
     for (const bs::RegionEntry& region : bs::kRegions)
@@ -59,8 +61,8 @@ void checkBlendshapeFiles(const std::string& modelDir) {
 
 void checkEyeFiles(const std::string& modelDir) {
     // The plain eyeball fit appends its file name to the directory as it stands.
-    requireFile(modelDir + "/eyeball/new_eye.ply", AssetPart::kEyes);
-    requireFile(modelPath(modelDir, "idx_tavi2head.corresp"), AssetPart::kEyes);
+    requireFile(km::model_files::eyeballPlyPath(modelDir), AssetPart::kEyes);
+    requireFile(modelPath(modelDir, km::model_files::kTemplateToHead), AssetPart::kEyes);
     requireAlignerFiles(modelDir, km::kEyeballAlignerFiles);
     requireAlignerFiles(modelDir, km::kEyelashAlignerFiles);
     requireFile(modelPath(modelDir, km::kEyelashBlendshapeFile), AssetPart::kEyes);

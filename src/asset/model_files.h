@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "common/model_paths.h"
+
 namespace meridian::exporter {
 
 /// "idx_tavi2head.corresp", "idx_head2ue4.corresp" and "ue4_head.obj".
@@ -19,7 +21,7 @@ void checkBlendshapeFiles(const std::string& modelDir);
 void checkEyeFiles(const std::string& modelDir);
 
 /// The export-order template meshes, relative to the model directory.
-inline constexpr const char* kHeadTemplateFile = "ue4_head.obj";
+inline constexpr const char* kHeadTemplateFile = kestrel::meridian::model_files::kEngineHeadMesh;
 inline constexpr const char* kEyeballTemplateFile = "eyeball/ue4_eyeball.obj";
 inline constexpr const char* kEyelashTemplateFile = "eyelash/ue4_eyelash.obj";
 

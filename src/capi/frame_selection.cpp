@@ -11,6 +11,7 @@ using namespace kestrel::meridian::capi;
 #include <memory>
 #include <string>
 
+#include "rgbd/capture_driver.h"
 #include "rgbd/frame_selection.h"
 #include "rgbd/landmark_model.h"
 
@@ -85,6 +86,20 @@ meridian_frame_selection_clear(meridian_frame_selection* selection) {
     });
 }
 
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_frame_selection_run_capture(
+    meridian_frame_selection* selection, const char* capture_dir, int32_t* ids, size_t ids_count) {
+    if (selection == nullptr) return MERIDIAN_NOT_LOADED;
+    const meridian_status ran = runCall(selection, [&]() -> Error {
+        if (Error error = checkPath(capture_dir, "the capture folder")) return error;
+        if (ids == nullptr || ids_count != 4)
+            return {ErrorCode::invalidArgument, "", "the choice needs room for 4 ids"};
+        runCapture(*selection->model, selection->selection, capture_dir);
+        return {};
+    });
+    if (ran != MERIDIAN_OK) return ran;
+    return meridian_frame_selection_choose(selection, ids, ids_count);
+}
+
 #else
 
 struct meridian_frame_selection {
@@ -110,6 +125,11 @@ meridian_frame_selection_choose(meridian_frame_selection*, int32_t*, size_t) {
 
 extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_frame_selection_clear(meridian_frame_selection*) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_frame_selection_run_capture(meridian_frame_selection*, const char*, int32_t*, size_t) {
     return MERIDIAN_NOT_LOADED;
 }
 

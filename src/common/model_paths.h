@@ -25,6 +25,8 @@ inline constexpr const char* kBlendshapeFolder = "/BS/";
 inline constexpr const char* kTemplateToHead = "idx_tavi2head.corresp";
 /// Head -> game-engine vertex order (inserted).
 inline constexpr const char* kHeadToEngine = "idx_head2ue4.corresp";
+/// The head mesh in game-engine vertex order, with its faces and UVs (inserted).
+inline constexpr const char* kEngineHeadMesh = "ue4_head.obj";
 
 /// modelDir + kTangentFrameTemplate.
 inline std::string tangentFrameTemplatePath(const std::string& modelDir) {

@@ -11,10 +11,12 @@
 #include "blendshape_sheet.h"
 #include "cli_common.h"
 #include "commands.h"
+#include "common/model_paths.h"
 #include "io/atomic_file.h"
 #include "io/model_check.h"
 #include "io/planar.h"
 #include "io/strict_mesh.h"
+#include "modern_handles.h"
 #include "obj_text.h"
 
 namespace meridian::cli {
@@ -31,20 +33,20 @@ struct BlendshapeOptions {
     std::string outDir;
 };
 
-constexpr const char* kTemplateFile = "/TBN/std_20481_with_UV_F_TF.obj";
-
 std::string shapeName(int s) {
     return s == 0 ? "neutral" : bs::kRegions[s - 1].name;
 }
 
-std::unique_ptr<CBlendshapeEngine> loadEngine(const std::string& modelDir) {
+using BlendshapesHandle = OwnedHandle<meridian_blendshapes, meridian_blendshapes_close>;
+
+BlendshapesHandle loadEngine(const std::string& modelDir) {
     std::cout << "loading blendshape data from " << modelDir << "/BS/ ..." << std::flush;
     const auto start = std::chrono::steady_clock::now();
-    kestrel::meridian::Error error;
-    std::unique_ptr<CBlendshapeEngine> engine = CBlendshapeEngine::load(modelDir, error);
+    BlendshapesHandle engine(meridian_blendshapes_open(modelDir.c_str()));
     if (!engine) {
         std::cout << std::endl;
-        throw CommandError("cannot load the blendshape data: " + error.message);
+        throw CommandError(std::string("cannot load the blendshape data: ") +
+                           meridian_open_error());
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     std::cout << " done in " << took.count() << " s" << std::endl;
@@ -67,10 +69,15 @@ void runBlendshapes(const BlendshapeOptions& options) {
     if (ec || !fs::is_directory(options.outDir))
         throw CommandError("cannot create the output directory " + options.outDir);
 
-    const std::unique_ptr<CBlendshapeEngine> engine = loadEngine(options.model);
-    // The double path gives the same values the C interface narrows.
-    const CBlendshapeEngine::Shapes shapes = engine->generate(
-        kestrel::meridian::planarToVertices(head.data(), CBlendshapeEngine::kHeadVertexCount));
+    const BlendshapesHandle engine = loadEngine(options.model);
+    std::vector<float> planarShapes(meridian_blendshapes_shape_count() * head.size());
+    requireOk(meridian_blendshapes_run(engine.get(), head.data(), head.size(), planarShapes.data(),
+                                       planarShapes.size()),
+              "the blendshapes", meridian_blendshapes_last_error(engine.get()));
+    std::vector<Eigen::Matrix3Xd> shapes;
+    for (size_t s = 0; s < meridian_blendshapes_shape_count(); ++s)
+        shapes.push_back(kestrel::meridian::planarToVertices(planarShapes.data() + s * head.size(),
+                                                             CBlendshapeEngine::kHeadVertexCount));
 
     km::AtomicFileSet outputs;
     for (int s = 0; s < CBlendshapeEngine::kShapeCount; ++s) {

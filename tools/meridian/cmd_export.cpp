@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "asset/head_export.h"
 #include "cli_common.h"
 #include "commands.h"
-#include "asset/head_export.h"
 #include "export_preview.h"
 #include "io/input_error.h"
 #include "io/model_check.h"

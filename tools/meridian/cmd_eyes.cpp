@@ -47,7 +47,7 @@ Mesh readMesh(const std::string& path) {
 
 /// The head's faces: the template's, else those of the input OBJ.
 Eigen::Matrix3Xi headFaces(const std::string& modelDir, const std::string& input) {
-    for (const std::string& path : {modelDir + "/TBN/std_20481_with_UV_F_TF.obj", input}) {
+    for (const std::string& path : {km::model_files::tangentFrameTemplatePath(modelDir), input}) {
         if (!fs::is_regular_file(path)) continue;
         const Mesh mesh = readMesh(path);
         if (mesh.vertices.cols() == kHeadVertexCount && mesh.faces.cols() > 0) return mesh.faces;

@@ -16,7 +16,7 @@
 #include "commands.h"
 #include "demo/rgbd/demo_capture.h"
 #include "image_file.h"
-#include "meridian/meridian.h"
+#include "modern_handles.h"
 #include "rgbd/capture_files.h"
 #include "rgbd/dynamic_library.h"
 #include "rgbd/frame_selection.h"
@@ -64,16 +64,22 @@ std::string progressBar(size_t done, size_t total) {
     return "[" + std::string(filled, '#') + std::string(kWidth - filled, '.') + "]";
 }
 
-// The provider the library itself loads: libcv_face next to libmeridian.
-std::unique_ptr<LandmarkModel> loadModelLikeTheLibrary(const std::string& modelDir) {
+// The provider the library itself loads: libcv_face next to libmeridian_api.
+std::string providerBesideTheLibrary() {
     const std::string beside = kestrel::meridian::DynamicLibrary::directoryOf(
-        reinterpret_cast<const void*>(&AI_system_over));
+        reinterpret_cast<const void*>(&meridian_version));
     const std::string provider = beside + kestrel::meridian::DynamicLibrary::fileName("libcv_face");
+    return fs::exists(provider) ? provider : "";
+}
+
+std::unique_ptr<LandmarkModel> loadModelLikeTheLibrary(const std::string& modelDir) {
     std::string error;
-    auto model = LandmarkModel::load(modelDir, fs::exists(provider) ? provider : "", error);
+    auto model = LandmarkModel::load(modelDir, providerBesideTheLibrary(), error);
     if (!model) throw CommandError(error);
     return model;
 }
+
+using FrameSelectionHandle = OwnedHandle<meridian_frame_selection, meridian_frame_selection_close>;
 
 struct Chosen {
     const char* role;
@@ -124,8 +130,11 @@ void runSelect(const SelectOptions& options) {
     const std::vector<CaptureFramePaths> frames = kestrel::meridian::listCapture(options.capture);
     if (frames.empty()) throw CommandError("no frames in " + options.capture + "/jpg");
     const auto model = loadModelLikeTheLibrary(options.landmarks);
-    AI_system_init_Choose4RGBD(options.landmarks.c_str());
-    AI_Choose4RGBD_clear();
+    const std::string provider = providerBesideTheLibrary();
+    const FrameSelectionHandle selection(
+        requireOpened(meridian_frame_selection_open(options.landmarks.c_str(),
+                                                    provider.empty() ? nullptr : provider.c_str()),
+                      "the landmark model of " + options.landmarks));
 
     std::vector<float> yaws(frames.size(), 0.0f), pitches(frames.size(), 0.0f);
     for (size_t k = 0; k < frames.size(); ++k) {
@@ -141,10 +150,14 @@ void runSelect(const SelectOptions& options) {
                         (color.empty() ? frames[k].color : frames[k].depth).c_str());
             continue;
         }
-        float yaw = 0.0f, pitch = 0.0f;
-        const int code =
-            AI_Choose4RGBD_input_1_rgbd(int(k), color.bgr.data(), color.cols, color.rows,
-                                        depth.depth.data(), depth.cols, depth.rows, &yaw, &pitch);
+        meridian_frame_intake intake{};
+        requireOk(meridian_frame_selection_add(selection.get(), int32_t(k), color.bgr.data(),
+                                               size_t(color.cols), size_t(color.rows),
+                                               color.bgr.size(), &intake),
+                  "frame " + std::to_string(k),
+                  meridian_frame_selection_last_error(selection.get()));
+        const int code = intake.result;
+        const float yaw = intake.yaw, pitch = intake.pitch;
         yaws[k] = yaw;
         pitches[k] = pitch;
         if (code == -1 || code == -2 || code == -4)
@@ -154,15 +167,27 @@ void runSelect(const SelectOptions& options) {
                         pitch);
         std::fflush(stdout);
     }
-    int ids[4] = {0, 0, 0, 0};
-    const int result = AI_Choose4RGBD_get_final_4_rgbd(&ids[0], &ids[1], &ids[2], &ids[3]);
-    AI_Choose4RGBD_clear();
-    AI_system_over();
-    static const char* kEmpty[] = {"", "", "up", "yaw +25", "yaw -25", "frontal"};
-    if (result != 1)
-        throw CommandError(std::string("no ") + kEmpty[-result] +
-                           " frame was stored, so no four frames can be chosen (final code " +
-                           std::to_string(result) + ")");
+    int32_t ids[4] = {0, 0, 0, 0};
+    const meridian_status chose = meridian_frame_selection_choose(selection.get(), ids, 4);
+    if (chose == MERIDIAN_INCOMPLETE) {
+        // The first empty bucket, named as the final codes name it.
+        const std::string said = meridian_frame_selection_last_error(selection.get());
+        static const struct {
+            const char* bucket;
+            const char* name;
+            int code;
+        } kEmpty[] = {{"front", "frontal", -5},
+                      {"yaw -25", "yaw -25", -4},
+                      {"yaw +25", "yaw +25", -3},
+                      {"up", "up", -2}};
+        for (const auto& empty : kEmpty)
+            if (said == std::string("no frame in the ") + empty.bucket + " bucket")
+                throw CommandError(std::string("no ") + empty.name +
+                                   " frame was stored, so no four frames can be chosen "
+                                   "(final code " +
+                                   std::to_string(empty.code) + ")");
+    }
+    requireOk(chose, "the choice", meridian_frame_selection_last_error(selection.get()));
     std::vector<Chosen> chosen = {
         {"front", ids[0]}, {"yaw -25", ids[1]}, {"yaw +25", ids[2]}, {"up", ids[3]}};
     std::printf("final: 1\n");
