@@ -58,7 +58,9 @@ void BM_SwapHeadByKernel(benchmark::State& state) {
     const auto level = static_cast<simd::Level>(state.range(0));
     state.SetLabel(simd::levelName(level));
     CHeadConverter converter;
-    if (!simd::levelAvailable(level) || !converter.initialise(meridian::bench::demoModelDir())) {
+    Error error;
+    if (!simd::levelAvailable(level) ||
+        !converter.initialise(meridian::bench::demoModelDir(), error)) {
         state.SkipWithError("kernel not available or demo model did not load");
         return;
     }

@@ -130,7 +130,8 @@ TEST_F(HeadSwap, EveryInstructionSetMatchesTheTwoStepResamplingBitForBit) {
     face[kTemplate + 99] = std::numeric_limits<float>::infinity();
     face[2 * kTemplate + 5] = std::numeric_limits<float>::quiet_NaN();
     km::CHeadConverter converter;
-    ASSERT_TRUE(converter.initialise(dir.str()));
+    km::Error error;
+    ASSERT_TRUE(converter.initialise(dir.str(), error)) << error.message;
     const Eigen::Index n = converter.engineVertexCount();
     ASSERT_EQ(n % 2, 1);  // every width leaves a remainder
 

@@ -170,7 +170,7 @@ TEST_F(ModernApi, FailedOpensGiveCodesAndMessagesPerThreadAndPrintNothing) {
         {"head swap", [&] { return (void*)meridian_head_swap_open(missing.c_str()); },
          MERIDIAN_CANNOT_OPEN_CORRESPONDENCE, missing + "/idx_tavi2head.corresp"},
         {"fixed frames", [&] { return (void*)meridian_tangent_frames_open(missing.c_str()); },
-         MERIDIAN_BAD_CONTENT, missing + "/TBN/std_20481_with_UV_F_TF.obj"},
+         MERIDIAN_CANNOT_OPEN_MESH, missing + "/TBN/std_20481_with_UV_F_TF.obj"},
         {"general frames",
          [&] {
              return (void*)meridian_tangent_frames_open_general(missingObj.c_str(), indices, 2,

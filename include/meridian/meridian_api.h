@@ -119,6 +119,58 @@ MERIDIAN_MODERN_API meridian_status meridian_debug_read_head(const char* path,
                                                              size_t* vertex_count);
 
 /* ------------------------------------------------------------------------
+ * Strict input: the head reader and the model check
+ * ------------------------------------------------------------------------ */
+
+/**
+ * Reads a head in the template topology from an OBJ or PLY file, strictly:
+ * OBJ `v` lines (with or without colours), `vt`, and triangles written `v`,
+ * `v/t`, `v//n` or `v/t/n` (negative indices too); `vn`, `o`, `g`, `s`,
+ * `usemtl` and `mtllib` are ignored. PLY with a parsed header, ascii or
+ * binary of either byte order, comments and extra vertex properties. The
+ * file is refused, with a message naming it and the place, when it has
+ * another vertex count than 20481, a non-finite coordinate, a body shorter
+ * than its header says, a malformed record, an index out of range, or a
+ * polygon of more than three corners.
+ * @param path       the head file: PLY when it starts with "ply", else OBJ
+ * @param out        receives 3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param out_count  3 * 20481
+ * Failures go to meridian_open_status() and meridian_open_error() (there is
+ * no handle): MERIDIAN_CANNOT_OPEN_MESH, MERIDIAN_BAD_CONTENT,
+ * MERIDIAN_TOO_SHORT, MERIDIAN_INDEX_OUT_OF_RANGE, MERIDIAN_INVALID_ARGUMENT.
+ * @return MERIDIAN_OK, or the failure's status
+ */
+MERIDIAN_MODERN_API meridian_status meridian_read_head(const char* path, float* out,
+                                                       size_t out_count);
+
+/** The parts of a model directory meridian_check_model() checks (bit flags). */
+typedef enum meridian_model_part {
+    MERIDIAN_MODEL_HEAD_SWAP = 1,       /**< the two correspondences of the head swap */
+    MERIDIAN_MODEL_ENGINE_HEAD = 2,     /**< "ue4_head.obj", one vertex per engine-order entry */
+    MERIDIAN_MODEL_TANGENT_FRAMES = 4,  /**< "TBN/std_20481_with_UV_F_TF.obj" with UVs */
+    MERIDIAN_MODEL_EYEBALL_FIT = 8,     /**< "eyeball/new_eye.ply" */
+    MERIDIAN_MODEL_EYE_ALIGNERS = 16,   /**< both aligners' meshes, correspondences and lists */
+    MERIDIAN_MODEL_EYE_EXPORT = 32,     /**< the export-order eyeball and eyelash meshes */
+    MERIDIAN_MODEL_BLENDSHAPES = 64,    /**< the 27 sets and 15 region files under "BS/" */
+    /** everything an asset with eyes and blendshapes reads */
+    MERIDIAN_MODEL_ASSET = 1 | 2 | 8 | 16 | 32 | 64
+} meridian_model_part;
+
+/**
+ * Checks, strictly and before any engine loads, every file of `model_dir`
+ * that the `parts` (meridian_model_part flags, or-ed) need: each exists and
+ * is a regular file; correspondence counts match their bodies and their
+ * indices lie in range of the meshes they index; weights are finite; matrix
+ * files have their exact byte size; meshes are well formed, with the
+ * counts the other files expect. The open calls run the same check for
+ * their own parts.
+ * Failures go to meridian_open_status() and meridian_open_error(), which
+ * name the first file at fault and the fault.
+ * @return MERIDIAN_OK, or the failure's status
+ */
+MERIDIAN_MODERN_API meridian_status meridian_check_model(const char* model_dir, uint32_t parts);
+
+/* ------------------------------------------------------------------------
  * Head swap: a face in the template topology onto the head, in the game
  * engine's vertex order
  * ------------------------------------------------------------------------ */

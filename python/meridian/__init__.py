@@ -20,11 +20,13 @@ from .export import Exporter, export_glb
 from .eyes import EyeballAligner, EyeballFit, EyelashAligner, EyePoses
 from .headswap import HeadSwap
 from .rgbd import FinalChoice, Intake, RgbdSelector
+from .strict import asset_parts, check_model, read_head
 from .tangent_frames import FixedTangentFrames, GeneralTangentFrames, TangentFrames
 
 __all__ = [
     "TEMPLATE_VERTICES", "MeridianError", "release_all", "library_path", "HeadSwap",
     "FixedTangentFrames", "GeneralTangentFrames", "TangentFrames", "EyeballFit", "EyePoses",
     "EyeballAligner", "EyelashAligner", "Blendshapes", "SHAPE_NAMES", "RgbdSelector", "Intake",
-    "FinalChoice", "read_head_ply", "read_head_obj", "Exporter", "export_glb",
+    "FinalChoice", "read_head_ply", "read_head_obj", "Exporter", "export_glb", "read_head",
+    "check_model", "asset_parts",
 ]

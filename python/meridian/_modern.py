@@ -87,6 +87,8 @@ def _declare(api):
     signatures = {
         "meridian_debug_read_head": (status, [text, ctypes.c_int, floats, size,
                                              ctypes.POINTER(ctypes.c_size_t)]),
+        "meridian_read_head": (status, [text, floats, size]),
+        "meridian_check_model": (status, [text, ctypes.c_uint32]),
         "meridian_head_swap_open": (handle, [text]),
         "meridian_head_swap_close": (None, [handle]),
         "meridian_head_swap_output_vertex_count": (size, [handle]),

@@ -159,12 +159,13 @@ def test_bad_input_raises(model, head, tmp_path):
             with open(path, "wb") as f:  # sparse: nothing is written
                 f.truncate(8 * rows * cols - (directory == short and "sigma" in name))
     cases = [
+        # Every open checks its model files strictly first.
         (lambda: meridian.HeadSwap(missing), meridian.MeridianError,
-         f"cannot open {missing / 'idx_tavi2head.corresp'}"),
+         f"{missing / 'idx_tavi2head.corresp'}: no such file"),
         (lambda: meridian.HeadSwap(hostile), meridian.MeridianError,
-         "element count 16777216 cannot be honest in a file of 34 bytes"),
+         'idx_tavi2head.corresp: the header has no "# end_header" line'),
         (lambda: meridian.FixedTangentFrames(missing), meridian.MeridianError,
-         f"{missing}/TBN/std_20481_with_UV_F_TF.obj: no texture coordinates"),
+         f"{missing}/TBN/std_20481_with_UV_F_TF.obj: no such file"),
         (lambda: meridian.GeneralTangentFrames(split, [0, 1, 2], [0]), meridian.MeridianError,
          "idx_tavi2head has 3 entries"),
         (lambda: meridian.GeneralTangentFrames.from_files(split, missing, missing),
@@ -172,20 +173,20 @@ def test_bad_input_raises(model, head, tmp_path):
         (lambda: meridian.HeadSwap(model).swap(head[:-1]), ValueError, "(20481, 3)"),
         (lambda: meridian.FixedTangentFrames(model).frames(head.T), ValueError, "(20481, 3)"),
         (lambda: meridian.EyeballFit(missing), meridian.MeridianError,
-         f"cannot open {missing}/eyeball/new_eye.ply"),
+         f"{missing}/eyeball/new_eye.ply: no such file"),
         (lambda: meridian.EyeballFit(model).fit(head, template=3), ValueError, "0, 1 or 2"),
         (lambda: meridian.EyeballFit(model).write_posed_eye(missing / "eye.obj", [0, 0, 0],
                                                             [0, 0, 0], 1),
          meridian.MeridianError, f"cannot write {missing / 'eye.obj'}"),
         (lambda: meridian.EyelashAligner(missing), meridian.MeridianError,
-         f"cannot open {missing / 'idx_tavi2head.corresp'}"),
+         f"{missing / 'idx_tavi2head.corresp'}: no such file"),
         (lambda: meridian.EyeballAligner(model).align(head[:100]), ValueError, "(20481, 3)"),
         # The legacy library would end the process on these two.
         (lambda: meridian.Blendshapes(missing), meridian.MeridianError,
-         f"Unable to open file: {missing}/BS/kp_86_h_r_1_c_86.bin"),
+         f"{missing}/BS/kp_86_h_r_1_c_86.bin: no such file"),
         (lambda: meridian.Blendshapes(short), meridian.MeridianError,
-         f"Matrix file too short: {short}/BS/zf_all_face_V9_500_sigma_r_500_c_1.bin holds "
-         "3999 bytes, 500 x 1 doubles need 4000"),
+         f"{short}/BS/zf_all_face_V9_500_sigma_r_500_c_1.bin: 3999 bytes, but 500 x 1 doubles "
+         "take exactly 4000"),
         (lambda: meridian.Blendshapes(zeros), meridian.MeridianError,
          "sigma_r_500_c_1.bin: entry 0 is 0, not a positive standard deviation"),
         (lambda: meridian.read_head_obj(missing), meridian.MeridianError,

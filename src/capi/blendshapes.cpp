@@ -16,7 +16,7 @@ struct meridian_blendshapes {
 extern "C" MERIDIAN_MODERN_API meridian_blendshapes* meridian_blendshapes_open(
     const char* model_dir) {
     return openHandle<meridian_blendshapes>([&](meridian_blendshapes& shapes, Error& error) {
-        error = checkPath(model_dir, "the model directory");
+        error = checkModelDirectory(model_dir, {ModelTask::blendshapes});
         if (error) return false;
         shapes.engine = CBlendshapeEngine::load(model_dir, error);
         return shapes.engine != nullptr;

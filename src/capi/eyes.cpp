@@ -30,9 +30,9 @@ struct meridian_eye_aligner {
 namespace {
 
 template <typename Aligner>
-meridian_eye_aligner* openAligner(const char* modelDir) {
+meridian_eye_aligner* openAligner(const char* modelDir, ModelTask task) {
     return openHandle<meridian_eye_aligner>([&](meridian_eye_aligner& handle, Error& error) {
-        error = checkPath(modelDir, "the model directory");
+        error = checkModelDirectory(modelDir, {task});
         if (error) return false;
         handle.aligner = std::make_unique<Aligner>();
         return handle.aligner->init(modelDir, error);
@@ -44,7 +44,7 @@ meridian_eye_aligner* openAligner(const char* modelDir) {
 extern "C" MERIDIAN_MODERN_API meridian_eyeball_fit* meridian_eyeball_fit_open(
     const char* model_dir) {
     return openHandle<meridian_eyeball_fit>([&](meridian_eyeball_fit& fit, Error& error) {
-        error = checkPath(model_dir, "the model directory");
+        error = checkModelDirectory(model_dir, {ModelTask::eyeballFit});
         return !error && fit.state.load(model_dir, error);
     });
 }
@@ -123,12 +123,12 @@ extern "C" MERIDIAN_MODERN_API const char* meridian_eyeball_fit_last_error(
 
 extern "C" MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyeball(
     const char* model_dir) {
-    return openAligner<CKOVAEyeballAligner>(model_dir);
+    return openAligner<CKOVAEyeballAligner>(model_dir, ModelTask::eyeballAligner);
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyelash(
     const char* model_dir) {
-    return openAligner<CKOVAEyelashAligner>(model_dir);
+    return openAligner<CKOVAEyelashAligner>(model_dir, ModelTask::eyelashAligner);
 }
 
 extern "C" MERIDIAN_MODERN_API void meridian_eye_aligner_close(meridian_eye_aligner* aligner) {

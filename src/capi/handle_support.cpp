@@ -7,6 +7,38 @@
 
 namespace kestrel::meridian::capi {
 
+Error errorOf(const InputError& refused) {
+    const std::string& path = refused.path();
+    auto endsWith = [&](const char* suffix) {
+        const std::string tail(suffix);
+        return path.size() >= tail.size() &&
+               path.compare(path.size() - tail.size(), tail.size(), tail) == 0;
+    };
+    ErrorCode code = ErrorCode::badContent;
+    switch (refused.fault()) {
+        case InputFault::missingFile:
+        case InputFault::unreadable:
+            code = endsWith(".corresp")                    ? ErrorCode::cannotOpenCorrespondence
+                   : endsWith(".txt")                      ? ErrorCode::cannotOpenIndexList
+                   : endsWith(".obj") || endsWith(".ply") ? ErrorCode::cannotOpenMesh
+                                                           : ErrorCode::cannotOpen;
+            break;
+        case InputFault::truncated: code = ErrorCode::tooShort; break;
+        case InputFault::indexOutOfRange: code = ErrorCode::indexOutOfRange; break;
+        case InputFault::writeFailed:
+        case InputFault::notRegularTarget: code = ErrorCode::writeFailed; break;
+        default: code = ErrorCode::badContent; break;
+    }
+    return {code, path, refused.what()};
+}
+
+Error checkModelDirectory(const char* modelDir, std::initializer_list<ModelTask> tasks) {
+    if (Error error = checkPath(modelDir, "the model directory")) return error;
+    checkModel(modelDir, tasks);  // throws InputError, turned into the error by guarded()
+    return {};
+}
+
+
 Error& openError() {
     thread_local Error error;
     return error;

@@ -10,6 +10,8 @@
 #include <string>
 
 #include "common/error.h"
+#include "io/input_error.h"
+#include "io/model_check.h"
 #include "meridian/meridian_api.h"
 
 namespace kestrel::meridian::capi {
@@ -35,12 +37,18 @@ class LastError {
 /// The error of the calling thread's last open.
 Error& openError();
 
+/// The Error of a refused input (a strict reader's, the model check's or
+/// the atomic writer's).
+Error errorOf(const InputError& refused);
+
 /// Runs `body` (returning an Error) and turns anything it throws into an
 /// Error: nothing thrown inside the library crosses the C interface.
 template <typename Body>
 Error guarded(Body&& body) noexcept {
     try {
         return body();
+    } catch (const InputError& refused) {
+        return errorOf(refused);
     } catch (const std::bad_alloc&) {
         return {ErrorCode::internal, "", "out of memory"};
     } catch (const std::length_error& refused) {
@@ -72,6 +80,10 @@ Handle* openHandle(Load&& load) noexcept {
 
 /// A path argument: not null.
 Error checkPath(const char* path, const char* what);
+
+/// A model directory argument: not null, and every file `tasks` need there
+/// passes the strict model check (the first fault as the error).
+Error checkModelDirectory(const char* modelDir, std::initializer_list<ModelTask> tasks);
 
 /// A template head: not null, exactly 3 * 20481 floats, all finite.
 Error checkHead(const float* head, size_t count);

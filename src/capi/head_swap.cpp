@@ -13,7 +13,7 @@ struct meridian_head_swap {
 
 extern "C" MERIDIAN_MODERN_API meridian_head_swap* meridian_head_swap_open(const char* model_dir) {
     return openHandle<meridian_head_swap>([&](meridian_head_swap& swap, Error& error) {
-        error = checkPath(model_dir, "the model directory");
+        error = checkModelDirectory(model_dir, {ModelTask::headSwap});
         return !error && swap.converter.initialise(model_dir, error);
     });
 }

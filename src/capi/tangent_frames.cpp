@@ -41,7 +41,7 @@ bool openGeneral(meridian_tangent_frames& frames, const char* templateObj,
 extern "C" MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open(
     const char* model_dir) {
     return openHandle<meridian_tangent_frames>([&](meridian_tangent_frames& frames, Error& error) {
-        error = checkPath(model_dir, "the model directory");
+        error = checkModelDirectory(model_dir, {ModelTask::tangentFrames});
         if (error) return false;
         frames.fixed = std::make_unique<TBNEngineStd>();
         return frames.fixed->initialise(model_dir, error);

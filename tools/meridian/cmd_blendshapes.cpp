@@ -57,7 +57,8 @@ void runBlendshapes(const BlendshapeOptions& options) {
     requireModelDirectory(options.model);
     const std::vector<float> head = readHeadPlanar(options.in);
     namespace km = kestrel::meridian;
-    const std::string templatePath = options.model + kTemplateFile;
+    const std::string templatePath =
+        kestrel::meridian::model_files::tangentFrameTemplatePath(options.model);
     const bool haveTemplate = fs::exists(templatePath);
     // Refused outputs first; the folder itself is created only once the model passes.
     if (fs::exists(options.outDir) && !fs::is_directory(options.outDir))
