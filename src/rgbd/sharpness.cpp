@@ -6,16 +6,48 @@
 
 namespace kestrel::meridian {
 
-std::vector<float> greyFromBgr(const unsigned char* bgr, int rows, int cols) {
-    const size_t count = static_cast<size_t>(rows) * static_cast<size_t>(cols);
+namespace {
+
+// The grey loop. Its two fused multiply-adds must be exact (one rounding
+// each) on every platform: with the processor's FMA instruction where it has
+// one, else the C library's fma, which is exact but a call per value.
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__)
+#define MERIDIAN_GREY_FMA_DISPATCH 1
+__attribute__((target("fma"))) void greyLoopFma(const unsigned char* bgr, size_t count,
+                                                float* grey) {
     const float scale = static_cast<float>(1.0 / 255.0);
-    std::vector<float> grey(count);
+    for (size_t i = 0; i < count; ++i) {
+        const float b = static_cast<float>(bgr[3 * i]) * scale;
+        const float g = static_cast<float>(bgr[3 * i + 1]) * scale;
+        const float r = static_cast<float>(bgr[3 * i + 2]) * scale;
+        grey[i] = __builtin_fmaf(r, 0.299f, __builtin_fmaf(g, 0.587f, b * 0.114f));
+    }
+}
+#endif
+
+void greyLoop(const unsigned char* bgr, size_t count, float* grey) {
+    const float scale = static_cast<float>(1.0 / 255.0);
     for (size_t i = 0; i < count; ++i) {
         const float b = static_cast<float>(bgr[3 * i]) * scale;
         const float g = static_cast<float>(bgr[3 * i + 1]) * scale;
         const float r = static_cast<float>(bgr[3 * i + 2]) * scale;
         grey[i] = std::fma(r, 0.299f, std::fma(g, 0.587f, b * 0.114f));
     }
+}
+
+}  // namespace
+
+std::vector<float> greyFromBgr(const unsigned char* bgr, int rows, int cols) {
+    const size_t count = static_cast<size_t>(rows) * static_cast<size_t>(cols);
+    std::vector<float> grey(count);
+#if defined(MERIDIAN_GREY_FMA_DISPATCH)
+    static const bool hardwareFma = __builtin_cpu_supports("fma");
+    if (hardwareFma) {
+        greyLoopFma(bgr, count, grey.data());
+        return grey;
+    }
+#endif
+    greyLoop(bgr, count, grey.data());
     return grey;
 }
 
