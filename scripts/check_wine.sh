@@ -37,9 +37,9 @@ mkdir -p "$work/windows"
 cp "$windows/bin/meridian.dll" "$work/windows/"
 $triple-g++-posix -std=c++17 -O2 -shared -static -I"$root/include" \
   -o "$work/windows/libcv_face.dll" "$root/tests/provider_double/cv_face_double.cpp"
+import_library="$(find "$windows" -name libmeridian.dll.a -print -quit)"
 $triple-gcc -std=c99 -O2 -Wall -Wextra -Werror -I"$root/include" -I"$windows/include" \
-  -o "$work/windows/consumer.exe" "$root/tests/consumer/consumer.c" \
-  "$windows/libmeridian.dll.a"
+  -o "$work/windows/consumer.exe" "$root/tests/consumer/consumer.c" "$import_library"
 
 # The inputs, written by the Linux tool; the landmarks of the capture as the
 # real provider finds them.
