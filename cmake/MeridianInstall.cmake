@@ -66,4 +66,8 @@ if(NOT WIN32)
     FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/python/_installed.py
     DESTINATION ${MERIDIAN_PYTHON_INSTALL_DIR}/meridian)
+  # The batch command (python3 -m meridian.batch) under its own name, and
+  # its manual page.
+  install(PROGRAMS tools/meridian-batch DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES docs/man/meridian-batch.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
