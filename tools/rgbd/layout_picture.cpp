@@ -10,6 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "demo/rgbd/demo_capture.h"
+#include "io/atomic_file.h"
 #include "rgbd/landmark_provider.h"
 
 int main(int argc, char** argv) {
@@ -55,8 +56,12 @@ int main(int argc, char** argv) {
     cv::putText(picture, "106-point layout (red: pupils 59, 60, 69, 70, not used by the selection)",
                 cv::Point(10, picture.rows - 12), cv::FONT_HERSHEY_SIMPLEX, 0.5,
                 cv::Scalar(40, 40, 40), 1, cv::LINE_AA);
-    if (!cv::imwrite(argv[1], picture)) {
-        std::cerr << "error: cannot write " << argv[1] << '\n';
+    // Written atomically, like every file a tool writes.
+    try {
+        kestrel::meridian::writeFileAtomicallyVia(
+            argv[1], [&](const std::string& temporary) { return cv::imwrite(temporary, picture); });
+    } catch (const std::exception& e) {
+        std::cerr << "error: " << e.what() << '\n';
         return 1;
     }
     std::printf("wrote %s\n", argv[1]);
