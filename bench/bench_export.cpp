@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "bench_data.h"
 #include "asset/head_export.h"
+#include "bench_data.h"
 
 namespace {
 

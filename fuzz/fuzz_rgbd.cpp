@@ -13,7 +13,6 @@
 #include <cmath>
 #include <vector>
 
-
 #include "../tests/rgbd_fixtures.h"
 #include "fuzz_input.h"
 #include "rgbd/frame_selection.h"

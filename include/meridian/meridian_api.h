@@ -145,13 +145,13 @@ MERIDIAN_MODERN_API meridian_status meridian_read_head(const char* path, float* 
 
 /** The parts of a model directory meridian_check_model() checks (bit flags). */
 typedef enum meridian_model_part {
-    MERIDIAN_MODEL_HEAD_SWAP = 1,       /**< the two correspondences of the head swap */
-    MERIDIAN_MODEL_ENGINE_HEAD = 2,     /**< "ue4_head.obj", one vertex per engine-order entry */
-    MERIDIAN_MODEL_TANGENT_FRAMES = 4,  /**< "TBN/std_20481_with_UV_F_TF.obj" with UVs */
-    MERIDIAN_MODEL_EYEBALL_FIT = 8,     /**< "eyeball/new_eye.ply" */
-    MERIDIAN_MODEL_EYE_ALIGNERS = 16,   /**< both aligners' meshes, correspondences and lists */
-    MERIDIAN_MODEL_EYE_EXPORT = 32,     /**< the export-order eyeball and eyelash meshes */
-    MERIDIAN_MODEL_BLENDSHAPES = 64,    /**< the 27 sets and 15 region files under "BS/" */
+    MERIDIAN_MODEL_HEAD_SWAP = 1,      /**< the two correspondences of the head swap */
+    MERIDIAN_MODEL_ENGINE_HEAD = 2,    /**< "ue4_head.obj", one vertex per engine-order entry */
+    MERIDIAN_MODEL_TANGENT_FRAMES = 4, /**< "TBN/std_20481_with_UV_F_TF.obj" with UVs */
+    MERIDIAN_MODEL_EYEBALL_FIT = 8,    /**< "eyeball/new_eye.ply" */
+    MERIDIAN_MODEL_EYE_ALIGNERS = 16,  /**< both aligners' meshes, correspondences and lists */
+    MERIDIAN_MODEL_EYE_EXPORT = 32,    /**< the export-order eyeball and eyelash meshes */
+    MERIDIAN_MODEL_BLENDSHAPES = 64,   /**< the 27 sets and 15 region files under "BS/" */
     /** everything an asset with eyes and blendshapes reads */
     MERIDIAN_MODEL_ASSET = 1 | 2 | 8 | 16 | 32 | 64
 } meridian_model_part;

@@ -85,9 +85,9 @@ extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_op
         checkModel(model_dir, {ModelTask::headSwap, ModelTask::engineHeadMesh});
         if (with_blendshapes) checkModel(model_dir, ModelTask::blendshapes);
         if (with_eyes)
-            checkModel(model_dir, {ModelTask::eyeballFit, ModelTask::eyeballAligner,
-                                   ModelTask::eyelashAligner, ModelTask::eyeballExportMesh,
-                                   ModelTask::eyelashExportMesh});
+            checkModel(model_dir,
+                       {ModelTask::eyeballFit, ModelTask::eyeballAligner, ModelTask::eyelashAligner,
+                        ModelTask::eyeballExportMesh, ModelTask::eyelashExportMesh});
         ex::ExportSettings settings;
         settings.modelDir = model_dir;
         settings.blendshapes = with_blendshapes != 0;

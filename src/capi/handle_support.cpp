@@ -18,16 +18,24 @@ Error errorOf(const InputError& refused) {
     switch (refused.fault()) {
         case InputFault::missingFile:
         case InputFault::unreadable:
-            code = endsWith(".corresp")                    ? ErrorCode::cannotOpenCorrespondence
-                   : endsWith(".txt")                      ? ErrorCode::cannotOpenIndexList
+            code = endsWith(".corresp")                   ? ErrorCode::cannotOpenCorrespondence
+                   : endsWith(".txt")                     ? ErrorCode::cannotOpenIndexList
                    : endsWith(".obj") || endsWith(".ply") ? ErrorCode::cannotOpenMesh
-                                                           : ErrorCode::cannotOpen;
+                                                          : ErrorCode::cannotOpen;
             break;
-        case InputFault::truncated: code = ErrorCode::tooShort; break;
-        case InputFault::indexOutOfRange: code = ErrorCode::indexOutOfRange; break;
+        case InputFault::truncated:
+            code = ErrorCode::tooShort;
+            break;
+        case InputFault::indexOutOfRange:
+            code = ErrorCode::indexOutOfRange;
+            break;
         case InputFault::writeFailed:
-        case InputFault::notRegularTarget: code = ErrorCode::writeFailed; break;
-        default: code = ErrorCode::badContent; break;
+        case InputFault::notRegularTarget:
+            code = ErrorCode::writeFailed;
+            break;
+        default:
+            code = ErrorCode::badContent;
+            break;
     }
     return {code, path, refused.what()};
 }
@@ -37,7 +45,6 @@ Error checkModelDirectory(const char* modelDir, std::initializer_list<ModelTask>
     checkModel(modelDir, tasks);  // throws InputError, turned into the error by guarded()
     return {};
 }
-
 
 Error& openError() {
     thread_local Error error;

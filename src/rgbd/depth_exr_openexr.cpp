@@ -55,9 +55,10 @@ bool writeDepthExr(const std::string& path, const DepthImage& image) {
         header.channels().insert("Y", Imf::Channel(Imf::FLOAT));
         Imf::OutputFile file(path.c_str(), header);
         Imf::FrameBuffer buffer;
-        buffer.insert("Y", Imf::Slice(Imf::FLOAT,
-                                      reinterpret_cast<char*>(const_cast<float*>(image.depth.data())),
-                                      sizeof(float), sizeof(float) * image.cols));
+        buffer.insert(
+            "Y",
+            Imf::Slice(Imf::FLOAT, reinterpret_cast<char*>(const_cast<float*>(image.depth.data())),
+                       sizeof(float), sizeof(float) * image.cols));
         file.setFrameBuffer(buffer);
         file.writePixels(image.rows);
         return true;

@@ -13,7 +13,7 @@ namespace kestrel::meridian {
 
 /// Landmarks and head angles of one colour image.
 struct FrameAnalysis {
-    bool found = false;  ///< false: no face, or a landmark outside the image
+    bool found = false;       ///< false: no face, or a landmark outside the image
     FaceLandmarks landmarks;  ///< see extractLandmarks
     YawPitch angles;
 };

@@ -13,7 +13,8 @@ const MeanFace& meanFace() {
         MeanFace f;
         for (int r = 0; r < 3; ++r)
             for (int j = 0; j < kKeptPointCount; ++j)
-                f(r, j) = static_cast<float>(constants[static_cast<size_t>(kKeptPointCount * r + j)]);
+                f(r, j) =
+                    static_cast<float>(constants[static_cast<size_t>(kKeptPointCount * r + j)]);
         return f;
     }();
     return face;
