@@ -31,7 +31,9 @@ double orderedDot(const double* a, const double* x, int cols) {
 }
 
 bool sameBits(const std::vector<double>& a, const std::vector<double>& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+    // memcmp must not see the null data of an empty vector.
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
 // Magnitudes over thirty decades, so that sums lose different bits in
