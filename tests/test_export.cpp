@@ -8,10 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include "demo/demo_model.h"
 #include "asset/engine_mesh.h"
 #include "asset/export_error.h"
 #include "asset/eye_sides.h"
+#include "demo/demo_model.h"
 #include "export_fixtures.h"
 #include "eyes_fixtures.h"
 #include "io/correspondence.h"

@@ -82,8 +82,7 @@ TEST(RgbdOpenCvReference, PoseFitEqualsOpenCvsMatrixProduct) {
     // angles.
     std::mt19937 rng(7);
     std::uniform_real_distribution<float> pixel(-100.0f, 1400.0f);
-    cv::Mat pinv(kKeptPointCount, 4, CV_32F,
-                 const_cast<float*>(meanFacePseudoInverse().data()));
+    cv::Mat pinv(kKeptPointCount, 4, CV_32F, const_cast<float*>(meanFacePseudoInverse().data()));
     for (int trial = 0; trial < 50; ++trial) {
         FaceLandmarks landmarks;
         for (int j = 0; j < kKeptPointCount; ++j) {
@@ -111,8 +110,8 @@ TEST(RgbdOpenCvReference, LaplacianAndDeviationEqualOpenCv) {
     // Fed OpenCV's own grey, the filter and the deviation match bit for bit,
     // borders included, from one pixel up.
     int trial = 0;
-    for (const auto& [rows, cols] : {std::pair{480, 640}, {1, 1}, {1, 7}, {2, 5}, {17, 33},
-                                     {300, 300}, {720, 1280}}) {
+    for (const auto& [rows, cols] :
+         {std::pair{480, 640}, {1, 1}, {1, 7}, {2, 5}, {17, 33}, {300, 300}, {720, 1280}}) {
         const auto image = randomImage(rows, cols, unsigned(++trial));
         const cv::Mat grey = openCvGrey(image.data(), rows, cols);
         const std::vector<float> greyValues(grey.ptr<float>(), grey.ptr<float>() + grey.total());
@@ -133,9 +132,13 @@ TEST(RgbdOpenCvReference, GreyMatchesExceptRowTails) {
     // whose width is a multiple of the block, and at most one unit in the
     // last place (6e-8) off on the last pixels of other rows.
     int trial = 0;
-    for (const auto& [rows, cols, exact] :
-         {std::tuple{480, 640, true}, {720, 1280, true}, {640, 640, true}, {3, 16, true},
-          {17, 33, false}, {300, 300, false}, {2, 5, false}}) {
+    for (const auto& [rows, cols, exact] : {std::tuple{480, 640, true},
+                                            {720, 1280, true},
+                                            {640, 640, true},
+                                            {3, 16, true},
+                                            {17, 33, false},
+                                            {300, 300, false},
+                                            {2, 5, false}}) {
         const auto image = randomImage(rows, cols, unsigned(100 + ++trial));
         const std::vector<float> grey = greyFromBgr(image.data(), rows, cols);
         const cv::Mat reference = openCvGrey(image.data(), rows, cols);
@@ -168,8 +171,8 @@ TEST(RgbdOpenCvReference, ScoresOfTheDemoCaptureAndTheLabelledPhotos) {
     std::string error;
     ASSERT_TRUE(meridian::demo::writeDemoCapture(capture.str(), error)) << error;
     std::vector<std::string> images;
-    for (const std::string& dir : {capture.file("jpg"), std::string(MERIDIAN_SHARED_DIR) +
-                                                            "/realdata/head-pose"}) {
+    for (const std::string& dir :
+         {capture.file("jpg"), std::string(MERIDIAN_SHARED_DIR) + "/realdata/head-pose"}) {
         std::error_code ec;
         for (const auto& entry : std::filesystem::directory_iterator(dir, ec))
             if (entry.path().extension() == ".jpg") images.push_back(entry.path().string());

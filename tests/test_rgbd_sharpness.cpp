@@ -54,8 +54,7 @@ TEST(RgbdSharpness, LaplacianBorderReflects101) {
     // row itself, so the centre gets up and down from itself (-2 x).
     std::vector<float> image(9, 0.0f);
     image[4] = 1.0f;
-    EXPECT_EQ(laplacian3x3(image, 3, 3),
-              (std::vector<float>{0, 2, 0, 2, -4, 2, 0, 2, 0}));
+    EXPECT_EQ(laplacian3x3(image, 3, 3), (std::vector<float>{0, 2, 0, 2, -4, 2, 0, 2, 0}));
     EXPECT_EQ(laplacian3x3({0.0f, 1.0f, 0.0f}, 1, 3), (std::vector<float>{2, -2, 2}));
     EXPECT_EQ(standardDeviation({}), 0.0);
     EXPECT_EQ(standardDeviation({1.0f, 3.0f}), 1.0);

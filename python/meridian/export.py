@@ -40,34 +40,35 @@ class Exporter:
 
     def build(self, head):
         """Builds the asset of a (20481, 3) head: (glb bytes, report dict)."""
-        planar = head_planar(head)
-        report = _modern.AssetReport()
         api = _modern.load()
         with _library.lock:
-            self._require_open()
-            _modern.check(api.meridian_asset_builder_build(self._handle, float_pointer(planar),
-                                                           planar.size, ctypes.byref(report)),
-                          self._handle, "meridian_asset_builder_last_error", "build")
+            report = self._build_locked(head, "build")
             glb = ctypes.create_string_buffer(api.meridian_asset_builder_glb_size(self._handle))
-            _modern.check(api.meridian_asset_builder_copy_glb(self._handle, glb, len(glb)),
-                          self._handle, "meridian_asset_builder_last_error", "build")
-        return glb.raw, _report(report)
+            self._check(api.meridian_asset_builder_copy_glb(self._handle, glb, len(glb)), "build")
+        return glb.raw, report
 
     def export(self, head, out_path):
         """Builds the asset of a (20481, 3) head and writes it to `out_path`
         atomically. Returns the report dict."""
-        planar = head_planar(head)
-        report = _modern.AssetReport()
         api = _modern.load()
         with _library.lock:
-            self._require_open()
-            _modern.check(api.meridian_asset_builder_build(self._handle, float_pointer(planar),
-                                                           planar.size, ctypes.byref(report)),
-                          self._handle, "meridian_asset_builder_last_error", "export")
-            _modern.check(api.meridian_asset_builder_write_glb(
-                self._handle, os.fsencode(os.fspath(out_path))),
-                          self._handle, "meridian_asset_builder_last_error", "export")
+            report = self._build_locked(head, "export")
+            self._check(api.meridian_asset_builder_write_glb(
+                self._handle, os.fsencode(os.fspath(out_path))), "export")
+        return report
+
+    def _build_locked(self, head, call):
+        """Builds the asset of `head` in the handle (the caller holds the
+        library lock); returns the report dict."""
+        planar = head_planar(head)
+        report = _modern.AssetReport()
+        self._require_open()
+        self._check(_modern.load().meridian_asset_builder_build(
+            self._handle, float_pointer(planar), planar.size, ctypes.byref(report)), call)
         return _report(report)
+
+    def _check(self, status, call):
+        _modern.check(status, self._handle, "meridian_asset_builder_last_error", call)
 
     def close(self):
         self._finalizer()

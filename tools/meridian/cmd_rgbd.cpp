@@ -102,10 +102,10 @@ void writeContactSheet(const std::string& path, const std::vector<CaptureFramePa
         const double radius = std::max(1.0, image.cols / 320.0);
         if (analysis.found)
             for (int j = 0; j < kestrel::meridian::kKeptPointCount; ++j)
-                cv::circle(drawn,
-                           cv::Point2f(analysis.landmarks(0, j) + 1.0f,
-                                       analysis.landmarks(1, j) + 2.0f),
-                           int(radius), cv::Scalar(0, 255, 0), cv::FILLED, cv::LINE_AA);
+                cv::circle(
+                    drawn,
+                    cv::Point2f(analysis.landmarks(0, j) + 1.0f, analysis.landmarks(1, j) + 2.0f),
+                    int(radius), cv::Scalar(0, 255, 0), cv::FILLED, cv::LINE_AA);
         const double scale = std::min(double(kTile) / drawn.cols, double(kTile) / drawn.rows);
         cv::resize(drawn, drawn, cv::Size(), scale, scale, cv::INTER_AREA);
         const cv::Rect tile(int(t % 2) * kTile, int(t / 2) * kTile, drawn.cols, drawn.rows);

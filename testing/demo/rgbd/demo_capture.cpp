@@ -226,7 +226,8 @@ bool writeDemoCapture(const std::string& dir, std::string& error) {
         kestrel::meridian::DepthImage depth;
         depth.rows = frame.depth.rows;
         depth.cols = frame.depth.cols;
-        depth.depth.assign(frame.depth.ptr<float>(), frame.depth.ptr<float>() + frame.depth.total());
+        depth.depth.assign(frame.depth.ptr<float>(),
+                           frame.depth.ptr<float>() + frame.depth.total());
         try {
             kestrel::meridian::writeFileAtomicallyVia(colorPath, [&](const std::string& path) {
                 return cv::imwrite(path, frame.color, {cv::IMWRITE_JPEG_QUALITY, 95});
