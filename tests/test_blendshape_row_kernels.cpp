@@ -89,6 +89,46 @@ TEST(BlendshapeRowKernels, EveryInstructionSetSumsInTheDocumentedOrder) {
     }
 }
 
+TEST(BlendshapeRowKernels, BatchPassesGiveEachVectorTheSinglePassBits) {
+    struct Shape {
+        int rows, cols, vectors;
+    };
+    const Shape shapes[] = {{5, 0, 3},    {7, 3, 1},   {9, 8, 2},
+                            {13, 21, 16}, {33, 64, 5}, {17, 99, 4}};
+    for (const Shape& shape : shapes) {
+        SCOPED_TRACE(testing::Message() << shape.rows << " x " << shape.cols << " for "
+                                        << shape.vectors << " vectors");
+        const auto rowCount = static_cast<size_t>(shape.rows);
+        const auto colCount = static_cast<size_t>(shape.cols);
+        const std::vector<double> rows = awkwardValues(rowCount * colCount, 7 + shape.cols, true);
+        const std::vector<double> xs = awkwardValues(shape.vectors * colCount, 8, false);
+        const std::vector<double> weights = awkwardValues(shape.vectors * rowCount, 9, false);
+        for (const simd::Level level : simd::kLevels) {
+            if (!simd::levelAvailable(level)) continue;
+            SCOPED_TRACE(simd::levelName(level));
+            std::vector<double> products(shape.vectors * rowCount, -1.0);
+            std::vector<double> sums(shape.vectors * colCount, -1.0);
+            bs::multiplyRowsBatch(rows.data(), shape.rows, shape.cols, xs.data(), shape.vectors,
+                                  products.data(), level);
+            bs::weightedRowSumBatch(rows.data(), shape.rows, shape.cols, weights.data(),
+                                    shape.vectors, sums.data(), level);
+            for (int k = 0; k < shape.vectors; ++k) {
+                std::vector<double> product(rowCount), sum(colCount);
+                bs::multiplyRows(rows.data(), shape.rows, shape.cols, xs.data() + k * colCount,
+                                 product.data(), level);
+                bs::weightedRowSum(rows.data(), shape.rows, shape.cols,
+                                   weights.data() + k * rowCount, sum.data(), level);
+                EXPECT_TRUE(sameBits(product, {products.begin() + k * rowCount,
+                                               products.begin() + (k + 1) * rowCount}))
+                    << "vector " << k;
+                EXPECT_TRUE(
+                    sameBits(sum, {sums.begin() + k * colCount, sums.begin() + (k + 1) * colCount}))
+                    << "vector " << k;
+            }
+        }
+    }
+}
+
 TEST(BlendshapeRowKernels, TheWidestLevelIsAvailableAndScalarAlwaysIs) {
     EXPECT_TRUE(simd::levelAvailable(simd::Level::scalar));
     EXPECT_TRUE(simd::levelAvailable(simd::widestLevel()));

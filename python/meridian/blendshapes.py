@@ -57,6 +57,17 @@ DATA_FILES = (
     ("mask/ear_right/weight_in3_r_3_c_104.bin", 3, 104),
 )
 
+
+def heads_planar(heads):
+    """K heads as (K, 20481, 3) vertices -> contiguous planar float32
+    (K, 3, 20481), K at least 1."""
+    vertices = np.asarray(heads, dtype=np.float32)
+    if vertices.ndim != 3 or vertices.shape[1:] != (TEMPLATE_VERTICES, 3) or not len(vertices):
+        raise ValueError(f"heads have shape (K, {TEMPLATE_VERTICES}, 3) with K >= 1, "
+                         f"got {vertices.shape}")
+    return np.ascontiguousarray(vertices.transpose(0, 2, 1))
+
+
 class Blendshapes(Handle):
     """The blendshape engine, from model_dir + "/BS/" (about 280 MB in memory
     for the full face model). A missing, short or refused file raises
@@ -86,3 +97,17 @@ class Blendshapes(Handle):
             self._check(self._api("run")(self._handle, float_pointer(planar), planar.size,
                                          float_pointer(out), out.size), "shapes")
         return np.ascontiguousarray(out.transpose(0, 2, 1))
+
+    def shapes_batch(self, heads):
+        """The six shapes of each of K heads, (K, 20481, 3), in one call that
+        reads the model's basis once for all of them: (K, 6, 20481, 3)
+        float32, head k's the same bits shapes() gives for it alone."""
+        planar = heads_planar(heads)
+        count = planar.shape[0]
+        out = np.empty((count, len(SHAPE_NAMES), 3, TEMPLATE_VERTICES), dtype=np.float32)
+        with _library.lock:
+            self._require_open()
+            self._check(self._api("run_batch")(self._handle, float_pointer(planar), planar.size,
+                                               count, float_pointer(out), out.size),
+                        "shapes_batch")
+        return np.ascontiguousarray(out.transpose(0, 1, 3, 2))

@@ -8,6 +8,7 @@ import numpy as np
 
 from . import _library, _modern
 from ._engine import MeridianError, float_pointer, head_planar
+from .blendshapes import heads_planar
 
 SKIPPABLE = ("eyes", "blendshapes")
 
@@ -27,16 +28,48 @@ class Exporter:
     >>> with Exporter("demo-model") as exporter:
     ...     for name, head in heads:
     ...         report = exporter.export(head, f"{name}.glb")
+
+    threads: how many threads the blendshape engine spreads one head over;
+    1 in a batch worker (one process per core), None for the processor
+    count (at most 5). The assets are the same bytes for any number.
     """
 
-    def __init__(self, model_dir, skip=(), metres_per_unit=0.0):
+    def __init__(self, model_dir, skip=(), metres_per_unit=0.0, threads=None):
         skip = _skipped(skip)
+        if threads is not None and (not isinstance(threads, int) or threads < 1):
+            raise ValueError(f"threads is a whole number of at least 1, got {threads!r}")
+        api = _modern.load()
         with _library.lock:
             self._handle = _modern.open_handle(
                 "meridian_asset_builder_open", os.fsencode(os.fspath(model_dir)),
                 "blendshapes" not in skip, "eyes" not in skip, float(metres_per_unit))
-        self._finalizer = weakref.finalize(self, _modern.load().meridian_asset_builder_close,
-                                           self._handle)
+        self._finalizer = weakref.finalize(self, api.meridian_asset_builder_close, self._handle)
+        if threads is not None:
+            with _library.lock:
+                self._check(api.meridian_asset_builder_set_thread_count(self._handle, threads),
+                            "threads")
+
+    def build_batch(self, heads):
+        """Builds the assets of K heads, (K, 20481, 3), in one call whose
+        blendshapes read the model once for all of them: a list of K (glb
+        bytes, report dict), each the bytes build() gives for its head."""
+        planar = heads_planar(heads)
+        count = planar.shape[0]
+        api = _modern.load()
+        reports = (_modern.AssetReport * count)()
+        results = []
+        with _library.lock:
+            self._require_open()
+            self._check(api.meridian_asset_builder_build_batch(
+                self._handle, float_pointer(planar), planar.size, count, reports, count),
+                "build_batch")
+            for k in range(count):
+                glb = ctypes.create_string_buffer(
+                    api.meridian_asset_builder_glb_size_at(self._handle, k))
+                self._check(api.meridian_asset_builder_copy_glb_at(self._handle, k, glb,
+                                                                   len(glb)), "build_batch")
+                results.append((glb.raw, _report(reports[k])))
+        return results
 
     def build(self, head):
         """Builds the asset of a (20481, 3) head: (glb bytes, report dict)."""

@@ -136,6 +136,11 @@ std::vector<float> HeadExporter::swap(const float* head) const {
 }
 
 HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const {
+    return run(head, nullptr, log);
+}
+
+HeadAsset HeadExporter::run(const std::vector<float>& head, const float* given,
+                            StageLog& log) const {
     if (head.size() != kShapeFloats)
         throw ExportError("a head in the template topology has " +
                           std::to_string(kTemplateVertexCount) + " vertices");
@@ -145,12 +150,16 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, StageLog& log) const
     std::vector<std::vector<float>> shapes;
     if (settings_.blendshapes)
         log.run("blendshapes", [&] {
-            std::vector<float> all(km::CBlendshapeEngine::kShapeFloats);
-            blendshapes_->generate(head.data(), all.data());
+            std::vector<float> all;
+            if (given == nullptr) {
+                all.resize(km::CBlendshapeEngine::kShapeFloats);
+                blendshapes_->generate(head.data(), all.data());
+                given = all.data();
+            }
             // Shape 0 is the head itself; each region's shape goes through the
             // same swap as the head.
             for (size_t s = 1; s <= bs::kRegions.size(); ++s)
-                shapes.push_back(swap(all.data() + s * kShapeFloats));
+                shapes.push_back(swap(given + s * kShapeFloats));
         });
 
     HeadAsset asset;

@@ -49,6 +49,15 @@ class HeadExporter {
     /// "eyes" and "normals". Throws ExportError when a call fails.
     HeadAsset run(const std::vector<float>& head, StageLog& log) const;
 
+    /// run() with the head's blendshapes already generated (by
+    /// blendshapeEngine()->generateBatch for a chunk of heads); null
+    /// generates them here.
+    /// shapes: 6 x 3 x 20481 floats, as CBlendshapeEngine::generate writes
+    HeadAsset run(const std::vector<float>& head, const float* shapes, StageLog& log) const;
+
+    /// The blendshape engine, null when the settings leave blendshapes out.
+    kestrel::meridian::CBlendshapeEngine* blendshapeEngine() const { return blendshapes_.get(); }
+
     /// The asset's QA figures: measureAsset, and the eyeball aligner's
     /// whole-mesh scale for `head` (the input run() was given).
     AssetQuality quality(const std::vector<float>& head, const HeadAsset& asset) const;

@@ -80,11 +80,55 @@ void CBlendshapeEngine::computeRegions(const Eigen::Matrix3Xd& head, Work& work)
     });
 }
 
+void CBlendshapeEngine::computeRegionsBatch(const std::vector<Eigen::Matrix3Xd>& heads,
+                                            std::vector<Work>& works) const {
+    const std::vector<int>& faceList = data_->faceList;
+    const Index faceCount = static_cast<Index>(faceList.size());
+    works.resize(heads.size());
+    std::vector<const Eigen::Matrix3Xd*> faces(heads.size());
+    for (size_t k = 0; k < heads.size(); ++k) {
+        Work& work = works[k];
+        work.face.resize(3, faceCount);
+        work.faceInHead.resize(3, faceCount);
+        for (Index i = 0; i < faceCount; ++i) {
+            work.face.col(i) = frame_.toFace(heads[k].col(faceList[i]));
+            work.faceInHead.col(i) = frame_.toHead(work.face.col(i));
+        }
+        faces[k] = &work.face;
+    }
+    runTasks(kRegionCount, threads_, [&](int r) {
+        std::vector<Eigen::Matrix3Xd> deformed;
+        fits_[r]->deformBatch(faces, deformed);
+        for (size_t k = 0; k < heads.size(); ++k) {
+            Eigen::Matrix3Xd& out = works[k].regions[r];
+            out.resize(3, deformed[k].cols());
+            for (Index i = 0; i < deformed[k].cols(); ++i)
+                out.col(i) = frame_.toHead(deformed[k].col(i));
+        }
+    });
+}
+
 void CBlendshapeEngine::generate(const float* headPlanar, float* shapesPlanar) const {
     const Eigen::Matrix3Xd head = planarToVertices(headPlanar, kHeadVertexCount);
     Work work;
     computeRegions(head, work);
+    writeShapes(head, work, shapesPlanar);
+}
 
+void CBlendshapeEngine::generateBatch(const float* headsPlanar, int headCount,
+                                      float* shapesPlanar) const {
+    if (headCount <= 0) return;
+    std::vector<Eigen::Matrix3Xd> heads(static_cast<size_t>(headCount));
+    for (int k = 0; k < headCount; ++k)
+        heads[k] = planarToVertices(headsPlanar + k * kHeadFloats, kHeadVertexCount);
+    std::vector<Work> works;
+    computeRegionsBatch(heads, works);
+    for (int k = 0; k < headCount; ++k)
+        writeShapes(heads[k], works[k], shapesPlanar + k * kShapeFloats);
+}
+
+void CBlendshapeEngine::writeShapes(const Eigen::Matrix3Xd& head, const Work& work,
+                                    float* shapesPlanar) const {
     // Nothing below allocates or throws.
     constexpr Index n = kHeadVertexCount;
     matrixToPlanar(head, shapesPlanar);

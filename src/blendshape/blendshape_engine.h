@@ -43,6 +43,18 @@ class CBlendshapeEngine {
     ///               leaves it untouched.
     void generate(const float* headPlanar, float* shapesPlanar) const;
 
+    /// generate() for `headCount` heads at once: each basis row is streamed
+    /// once per call for all of them (a matrix-matrix product instead of one
+    /// matrix-vector product per head). Every head's shapes are the bits
+    /// generate() gives for it alone.
+    /// headsPlanar:  headCount x 3 x 20481 floats: coordinate a of vertex v
+    ///               of head k at (3k + a) * 20481 + v
+    /// shapesPlanar: room for headCount x 6 x 3 x 20481 floats: coordinate a
+    ///               of vertex v of shape s of head k at
+    ///               ((6k + s) * 3 + a) * 20481 + v. Written only once
+    ///               everything is computed.
+    void generateBatch(const float* headsPlanar, int headCount, float* shapesPlanar) const;
+
     /// The same in double precision, without narrowing.
     /// head: 3 by 20481
     Shapes generate(const Eigen::Matrix3Xd& head) const;
@@ -66,6 +78,13 @@ class CBlendshapeEngine {
     /// F' (the face in the model's frame), its vertices mapped back to the
     /// head frame, and each region's new positions in the head frame.
     void computeRegions(const Eigen::Matrix3Xd& head, Work& work) const;
+    /// computeRegions for several heads, each region's basis rows streamed
+    /// once for all of them.
+    void computeRegionsBatch(const std::vector<Eigen::Matrix3Xd>& heads,
+                             std::vector<Work>& works) const;
+    /// The narrowed shapes of a head from its computed regions.
+    /// shapesPlanar: as for generate()
+    void writeShapes(const Eigen::Matrix3Xd& head, const Work& work, float* shapesPlanar) const;
 
     std::unique_ptr<blendshape::BackendData> data_;
     std::array<std::unique_ptr<blendshape::RegionFit>, blendshape::kRegionCount> fits_;

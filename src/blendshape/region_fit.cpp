@@ -94,7 +94,8 @@ RegionFit::RegionFit(RegionDefinition region, const double* basisRows, Index com
     require(system_.info() == Eigen::Success, "the fit's system is not positive definite");
 }
 
-Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const {
+Eigen::VectorXd RegionFit::constraintResidual(
+    const Eigen::Ref<const Eigen::Matrix3Xd>& face) const {
     const RegionDefinition& r = region_;
     if (face.cols() < faceVerticesNeeded_)
         throw std::invalid_argument("region fit: face has too few vertices");
@@ -105,8 +106,6 @@ Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>
                                : Eigen::Vector3d(centroid / static_cast<double>(r.fixed.size()));
     const Eigen::Vector3d anchorTarget = centroid + r.w3 * (face.col(r.anchor) - centroid);
 
-    // Weighted residuals of the mean at the constraints: the right-hand side
-    // is B_C^T times this.
     Eigen::VectorXd residual = Eigen::VectorXd::Zero(3 * constraintVertices_);
     for (size_t j = 0; j < r.fixed.size(); ++j) {
         const Index row = 3 * fixedRow_[j];
@@ -114,9 +113,27 @@ Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>
     }
     const Index row = 3 * anchorRow_;
     residual.segment<3>(row) += r.w0 * (anchorTarget - meanRows_.segment<3>(row));
+    return residual;
+}
+
+Eigen::VectorXd RegionFit::coefficients(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const {
+    const Eigen::VectorXd residual = constraintResidual(face);
     Eigen::VectorXd rhs(components_);
     weightedRowSum(basisRows_, residual.size(), components_, residual.data(), rhs.data());
     return system_.solve(rhs);
+}
+
+void RegionFit::assemble(const Eigen::VectorXd& surface,
+                         const Eigen::Ref<const Eigen::Matrix3Xd>& face,
+                         Eigen::Matrix3Xd& out) const {
+    out.resize(3, static_cast<Index>(outputVertices_.size()));
+    for (int row : allRow_) out.col(outputOfRow_[row]) = surface.segment<3>(3 * row);
+    for (size_t j = 0; j < region_.fixed.size(); ++j) {
+        const double w = region_.fixedWeights[j];
+        const int row = fixedRow_[j];
+        out.col(outputOfRow_[row]) =
+            w * surface.segment<3>(3 * row) + (1.0 - w) * face.col(region_.fixed[j]);
+    }
 }
 
 void RegionFit::deform(const Eigen::Ref<const Eigen::Matrix3Xd>& face,
@@ -127,13 +144,34 @@ void RegionFit::deform(const Eigen::Ref<const Eigen::Matrix3Xd>& face,
     Eigen::VectorXd surface(meanRows_.size());
     multiplyRows(basisRows_, surface.size(), components_, c.data(), surface.data());
     surface += meanRows_;
-    out.resize(3, static_cast<Index>(outputVertices_.size()));
-    for (int row : allRow_) out.col(outputOfRow_[row]) = surface.segment<3>(3 * row);
-    for (size_t j = 0; j < region_.fixed.size(); ++j) {
-        const double w = region_.fixedWeights[j];
-        const int row = fixedRow_[j];
-        out.col(outputOfRow_[row]) =
-            w * surface.segment<3>(3 * row) + (1.0 - w) * face.col(region_.fixed[j]);
+    assemble(surface, face, out);
+}
+
+void RegionFit::deformBatch(const std::vector<const Eigen::Matrix3Xd*>& faces,
+                            std::vector<Eigen::Matrix3Xd>& outs) const {
+    const auto count = static_cast<Index>(faces.size());
+    const Index constraintRows = 3 * constraintVertices_;
+    // Column k of each matrix belongs to face k (column-major: k * rows + i).
+    Eigen::MatrixXd residuals(constraintRows, count);
+    for (Index k = 0; k < count; ++k) residuals.col(k) = constraintResidual(*faces[k]);
+    Eigen::MatrixXd rhs(components_, count);
+    weightedRowSumBatch(basisRows_, constraintRows, components_, residuals.data(), count,
+                        rhs.data());
+    // One vector solve per face: a solve with several right-hand sides may
+    // block its sums differently.
+    Eigen::MatrixXd c(components_, count);
+    for (Index k = 0; k < count; ++k) {
+        const Eigen::VectorXd column = rhs.col(k);
+        const Eigen::VectorXd solved = system_.solve(column);
+        c.col(k) = solved;
+    }
+    Eigen::MatrixXd surfaces(meanRows_.size(), count);
+    multiplyRowsBatch(basisRows_, meanRows_.size(), components_, c.data(), count, surfaces.data());
+    outs.resize(faces.size());
+    for (Index k = 0; k < count; ++k) {
+        Eigen::VectorXd surface = surfaces.col(k);
+        surface += meanRows_;
+        assemble(surface, *faces[k], outs[static_cast<size_t>(k)]);
     }
 }
 

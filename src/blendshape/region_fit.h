@@ -80,6 +80,14 @@ class RegionFit {
     /// out:  resized to 3 by #outputVertices()
     void deform(const Eigen::Ref<const Eigen::Matrix3Xd>& face, Eigen::Matrix3Xd& out) const;
 
+    /// deform() for several faces at once: each basis row the fit reads is
+    /// streamed once for all of them. outs[k] gets the bits deform() gives
+    /// for *faces[k].
+    /// faces: K faces, each 3 by N vertices in the model's frame
+    /// outs:  resized to K, each to 3 by #outputVertices()
+    void deformBatch(const std::vector<const Eigen::Matrix3Xd*>& faces,
+                     std::vector<Eigen::Matrix3Xd>& outs) const;
+
     /// The vertices deform() writes: the distinct entries of `all`, then those
     /// of `fixed` not in `all`, each once.
     const std::vector<int>& outputVertices() const { return outputVertices_; }
@@ -87,6 +95,15 @@ class RegionFit {
     const RegionDefinition& region() const { return region_; }
 
   private:
+    /// The weighted residuals of the mean at the constraint rows
+    /// (3 * constraintVertices_ values): the right-hand side is B_C^T times
+    /// them.
+    Eigen::VectorXd constraintResidual(const Eigen::Ref<const Eigen::Matrix3Xd>& face) const;
+    /// The deformed region from the reconstructed rows mu + B c of a face.
+    /// surface: 3 * #rowVertices values
+    void assemble(const Eigen::VectorXd& surface, const Eigen::Ref<const Eigen::Matrix3Xd>& face,
+                  Eigen::Matrix3Xd& out) const;
+
     Eigen::Map<const RowMajorMatrixXd> rows(Eigen::Index first, Eigen::Index count) const {
         return {basisRows_ + first * components_, count, components_};
     }

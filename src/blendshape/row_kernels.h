@@ -27,4 +27,21 @@ void multiplyRows(const double* rows, Eigen::Index count, Eigen::Index cols, con
 void weightedRowSum(const double* rows, Eigen::Index count, Eigen::Index cols, const double* weight,
                     double* sum, simd::Level level = simd::widestLevel());
 
+/// multiplyRows for `vectors` vectors at once: each row is read once and
+/// multiplied with every vector while cached. ys[k * count + r] has the bits
+/// multiplyRows gives y[r] for x = xs + k * cols.
+/// xs: vectors x cols, value c of vector k at k * cols + c
+/// ys: vectors x count, product r of vector k at k * count + r, written
+void multiplyRowsBatch(const double* rows, Eigen::Index count, Eigen::Index cols, const double* xs,
+                       Eigen::Index vectors, double* ys, simd::Level level = simd::widestLevel());
+
+/// weightedRowSum for `vectors` weight vectors at once, each row read once.
+/// sums[k * cols + c] has the bits weightedRowSum gives sum[c] for
+/// weight = weights + k * count.
+/// weights: vectors x count, weight r of vector k at k * count + r
+/// sums:    vectors x cols, column c of sum k at k * cols + c, written
+void weightedRowSumBatch(const double* rows, Eigen::Index count, Eigen::Index cols,
+                         const double* weights, Eigen::Index vectors, double* sums,
+                         simd::Level level = simd::widestLevel());
+
 }  // namespace kestrel::meridian::blendshape

@@ -9,15 +9,7 @@
 
 namespace kestrel::meridian::blendshape::kernels {
 
-void multiplyRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                     double* y) {
-    multiplyRowsWide<AvxDoubles>(rows, count, cols, x, y);
-}
-
-void addWeightedRowsAvx(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
-                        double* sum) {
-    addWeightedRowsWide<AvxDoubles>(rows, count, cols, weight, sum);
-}
+MERIDIAN_DEFINE_ROW_KERNELS(Avx, AvxDoubles)
 
 }  // namespace kestrel::meridian::blendshape::kernels
 

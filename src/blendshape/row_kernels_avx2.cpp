@@ -9,15 +9,7 @@
 
 namespace kestrel::meridian::blendshape::kernels {
 
-void multiplyRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                      double* y) {
-    multiplyRowsWide<Avx2Doubles>(rows, count, cols, x, y);
-}
-
-void addWeightedRowsAvx2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
-                         double* sum) {
-    addWeightedRowsWide<Avx2Doubles>(rows, count, cols, weight, sum);
-}
+MERIDIAN_DEFINE_ROW_KERNELS(Avx2, Avx2Doubles)
 
 }  // namespace kestrel::meridian::blendshape::kernels
 

@@ -9,15 +9,7 @@
 
 namespace kestrel::meridian::blendshape::kernels {
 
-void multiplyRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                        double* y) {
-    multiplyRowsWide<Avx512Doubles>(rows, count, cols, x, y);
-}
-
-void addWeightedRowsAvx512(const double* rows, ptrdiff_t count, ptrdiff_t cols,
-                           const double* weight, double* sum) {
-    addWeightedRowsWide<Avx512Doubles>(rows, count, cols, weight, sum);
-}
+MERIDIAN_DEFINE_ROW_KERNELS(Avx512, Avx512Doubles)
 
 }  // namespace kestrel::meridian::blendshape::kernels
 

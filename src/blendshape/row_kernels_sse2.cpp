@@ -9,15 +9,7 @@
 
 namespace kestrel::meridian::blendshape::kernels {
 
-void multiplyRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* x,
-                      double* y) {
-    multiplyRowsWide<Sse2Doubles>(rows, count, cols, x, y);
-}
-
-void addWeightedRowsSse2(const double* rows, ptrdiff_t count, ptrdiff_t cols, const double* weight,
-                         double* sum) {
-    addWeightedRowsWide<Sse2Doubles>(rows, count, cols, weight, sum);
-}
+MERIDIAN_DEFINE_ROW_KERNELS(Sse2, Sse2Doubles)
 
 }  // namespace kestrel::meridian::blendshape::kernels
 

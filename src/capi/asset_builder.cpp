@@ -8,7 +8,9 @@ using namespace kestrel::meridian::capi;
 #if defined(MERIDIAN_WITH_ASSET)
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -18,12 +20,13 @@ using namespace kestrel::meridian::capi;
 #include <vector>
 
 #include "asset/head_export.h"
+#include "blendshape/parallel_tasks.h"
 
 namespace ex = meridian::exporter;
 
 struct meridian_asset_builder {
     std::unique_ptr<ex::HeadExporter> exporter;
-    std::string glb;  ///< the last built asset
+    std::vector<std::string> glbs;  ///< the .glb of each head of the last build
     LastError lastError;
 };
 
@@ -70,8 +73,6 @@ Error writeAtomically(const std::string& bytes, const std::string& path) {
     return {};
 }
 
-}  // namespace
-
 extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(
     const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit) {
     return openHandle<meridian_asset_builder>([&](meridian_asset_builder& builder, Error& error) {
@@ -104,49 +105,144 @@ extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_op
     });
 }
 
+/// The .glb of one head, and its figures when `report` is not null.
+/// shapes: the head's blendshapes as generateBatch wrote them, or null
+Error buildOne(const ex::HeadExporter& exporter, const float* head, const float* shapes,
+               std::string& glbBytes, meridian_asset_report* report) {
+    const std::vector<float> input(head, head + CBlendshapeEngine::kHeadFloats);
+    ex::StageLog log;
+    ex::HeadAsset asset;
+    try {
+        asset = exporter.run(input, shapes, log);
+    } catch (const ex::ExportError& e) {
+        return {ErrorCode::internal, "", e.what()};
+    }
+    std::ostringstream glb;
+    if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
+        return {ErrorCode::internal, "", "the asset could not be encoded"};
+    glbBytes = glb.str();
+    if (report) fillReport(exporter.quality(input, asset), *report);
+    return {};
+}
+
+}  // namespace
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_set_thread_count(meridian_asset_builder* builder, unsigned threads) {
+    return runCall(builder, [&]() -> Error {
+        if (CBlendshapeEngine* engine = builder->exporter->blendshapeEngine())
+            engine->setThreadCount(threads == 0
+                                       ? blendshape::defaultThreadCount(blendshape::kRegionCount)
+                                       : static_cast<int>(std::min<unsigned>(threads, INT_MAX)));
+        return {};
+    });
+}
+
 extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_asset_builder_build(meridian_asset_builder* builder, const float* head, size_t head_count,
                              meridian_asset_report* report) {
     return runCall(builder, [&]() -> Error {
         if (Error error = checkHead(head, head_count)) return error;
-        const std::vector<float> input(head, head + head_count);
-        ex::StageLog log;
-        ex::HeadAsset asset;
-        try {
-            asset = builder->exporter->run(input, log);
-        } catch (const ex::ExportError& e) {
-            return {ErrorCode::internal, "", e.what()};
+        std::vector<std::string> glbs(1);
+        if (Error error = buildOne(*builder->exporter, head, nullptr, glbs[0], report))
+            return error;
+        builder->glbs = std::move(glbs);
+        return {};
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_batch(
+    meridian_asset_builder* builder, const float* heads, size_t heads_count, size_t batch_size,
+    meridian_asset_report* reports, size_t reports_count) {
+    return runCall(builder, [&]() -> Error {
+        constexpr size_t headFloats = CBlendshapeEngine::kHeadFloats;
+        constexpr size_t shapeFloats = CBlendshapeEngine::kShapeFloats;
+        if (batch_size == 0) return {ErrorCode::invalidArgument, "", "the batch has no heads"};
+        if (batch_size > static_cast<size_t>(INT_MAX) || batch_size > SIZE_MAX / shapeFloats)
+            return {ErrorCode::invalidArgument, "",
+                    "a batch of " + std::to_string(batch_size) + " heads is too large"};
+        if (heads == nullptr) return {ErrorCode::invalidArgument, "", "the heads are NULL"};
+        if (heads_count != batch_size * headFloats)
+            return {ErrorCode::invalidArgument, "",
+                    "the heads have " + std::to_string(heads_count) + " floats; " +
+                        std::to_string(batch_size) + " template heads have " +
+                        std::to_string(batch_size * headFloats) + " (3 x 20481 each)"};
+        if (reports != nullptr && reports_count != batch_size)
+            return {ErrorCode::invalidArgument, "",
+                    "the reports have room for " + std::to_string(reports_count) +
+                        " heads; the batch has " + std::to_string(batch_size)};
+        for (size_t k = 0; k < batch_size; ++k)
+            if (Error error = checkHead(heads + k * headFloats, headFloats)) {
+                error.message = "head " + std::to_string(k) + ": " + error.message;
+                return error;
+            }
+        // One pass over the basis rows serves every head of the batch.
+        std::vector<float> shapes;
+        if (const CBlendshapeEngine* engine = builder->exporter->blendshapeEngine()) {
+            shapes.resize(batch_size * shapeFloats);
+            engine->generateBatch(heads, static_cast<int>(batch_size), shapes.data());
         }
-        std::ostringstream glb;
-        if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
-            return {ErrorCode::internal, "", "the asset could not be encoded"};
-        builder->glb = glb.str();
-        if (report) fillReport(builder->exporter->quality(input, asset), *report);
+        std::vector<std::string> glbs(batch_size);
+        for (size_t k = 0; k < batch_size; ++k)
+            if (Error error = buildOne(*builder->exporter, heads + k * headFloats,
+                                       shapes.empty() ? nullptr : shapes.data() + k * shapeFloats,
+                                       glbs[k], reports ? reports + k : nullptr)) {
+                error.message = "head " + std::to_string(k) + ": " + error.message;
+                return error;
+            }
+        builder->glbs = std::move(glbs);
         return {};
     });
 }
 
 extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_asset_count(const meridian_asset_builder* builder) {
+    return builder == nullptr ? 0 : builder->glbs.size();
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_glb_size_at(const meridian_asset_builder* builder, size_t index) {
+    return builder == nullptr || index >= builder->glbs.size() ? 0 : builder->glbs[index].size();
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
 meridian_asset_builder_glb_size(const meridian_asset_builder* builder) {
-    return builder == nullptr ? 0 : builder->glb.size();
+    return meridian_asset_builder_glb_size_at(builder, 0);
+}
+
+namespace {
+
+/// Copies asset `index`; before the first build, asset 0 is empty.
+Error copyGlb(const meridian_asset_builder& builder, size_t index, uint8_t* out, size_t out_count) {
+    static const std::string none;
+    if (index >= builder.glbs.size() && !(index == 0 && builder.glbs.empty()))
+        return {ErrorCode::invalidArgument, "",
+                "asset " + std::to_string(index) + " of " + std::to_string(builder.glbs.size()) +
+                    " built"};
+    const std::string& glb = builder.glbs.empty() ? none : builder.glbs[index];
+    if (Error error = checkOutput(out, out_count, glb.size(), "the output")) return error;
+    std::copy(glb.begin(), glb.end(), out);
+    return {};
+}
+
+}  // namespace
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_copy_glb_at(
+    meridian_asset_builder* builder, size_t index, uint8_t* out, size_t out_count) {
+    return runCall(builder, [&] { return copyGlb(*builder, index, out, out_count); });
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_asset_builder_copy_glb(meridian_asset_builder* builder, uint8_t* out, size_t out_count) {
-    return runCall(builder, [&]() -> Error {
-        if (Error error = checkOutput(out, out_count, builder->glb.size(), "the output"))
-            return error;
-        std::copy(builder->glb.begin(), builder->glb.end(), out);
-        return {};
-    });
+    return runCall(builder, [&] { return copyGlb(*builder, 0, out, out_count); });
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* path) {
     return runCall(builder, [&]() -> Error {
         if (Error error = checkPath(path, "the path")) return error;
-        if (builder->glb.empty()) return {ErrorCode::incomplete, "", "no asset built yet"};
-        return writeAtomically(builder->glb, path);
+        if (builder->glbs.empty()) return {ErrorCode::incomplete, "", "no asset built yet"};
+        return writeAtomically(builder->glbs[0], path);
     });
 }
 
@@ -167,9 +263,34 @@ extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build(
     return MERIDIAN_NOT_LOADED;
 }
 
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_set_thread_count(meridian_asset_builder*, unsigned) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_batch(
+    meridian_asset_builder*, const float*, size_t, size_t, meridian_asset_report*, size_t) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_asset_count(const meridian_asset_builder*) {
+    return 0;
+}
+
+extern "C" MERIDIAN_MODERN_API size_t
+meridian_asset_builder_glb_size_at(const meridian_asset_builder*, size_t) {
+    return 0;
+}
+
 extern "C" MERIDIAN_MODERN_API size_t
 meridian_asset_builder_glb_size(const meridian_asset_builder*) {
     return 0;
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_asset_builder_copy_glb_at(meridian_asset_builder*, size_t, uint8_t*, size_t) {
+    return MERIDIAN_NOT_LOADED;
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_status
