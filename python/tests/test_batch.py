@@ -4,9 +4,11 @@ them bad. Good outputs must be byte for byte what `meridian export` writes
 for the same head; bad heads get error rows; a worker that dies mid-batch
 loses nothing; a second run resumes. Nothing here sleeps: it waits on
 processes and on the scheduler's own events."""
+import hashlib
 import json
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -130,6 +132,28 @@ def test_local_cluster_exports_good_heads_and_reports_bad_ones(tmp_path, model, 
         changed.write_text(original)
 
 
+def test_full_assets_with_batched_blendshapes_match_single_exports(tmp_path, model, heads):
+    """Blendshapes on: a chunk's heads share one blendshape pass, and each
+    asset is still what `meridian export` writes for its head alone."""
+    root, good = heads
+    chosen = good[:3]
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    for path in chosen:
+        shutil.copy(path, inputs / path.name)
+    out = tmp_path / "out"
+    run = run_batch(["--model", str(model), "--out", str(out), "--workers", "1", "--chunk", "3",
+                     str(inputs)])
+    assert run.returncode == 0, run.stderr
+    rows = rows_of(out)
+    for path in chosen:
+        single = tmp_path / (path.stem + ".single.glb")
+        subprocess.run([TOOL, "export", "--model", model, "--in", path, "--out", single],
+                       check=True, capture_output=True)
+        assert (out / path.with_suffix(".glb").name).read_bytes() == single.read_bytes(), path
+        assert all(moved > 0 for moved in rows[path.name]["qa"]["region_max_displacement"])
+
+
 def test_a_worker_that_dies_loses_no_head(tmp_path, model, heads, single_exports):
     root, good = heads
     out = tmp_path / "out"
@@ -160,6 +184,65 @@ def test_a_model_that_fails_the_check_stops_the_batch_first(tmp_path, model, hea
                          str(tmp_path / "y")] + OPTIONS)
     assert collide.returncode == 1 and "would both be written" in collide.stderr
     assert not out.exists()
+
+
+def release(fifo):
+    """Lets a worker paused on `fifo` go on; nothing when none waits."""
+    try:
+        os.close(os.open(fifo, os.O_WRONLY | os.O_NONBLOCK))
+    except OSError:  # no reader: the worker is gone
+        pass
+
+
+def test_ctrl_c_stops_cleanly_and_the_manifest_keeps_what_finished(tmp_path, model, heads):
+    root, good = heads
+    inputs = tmp_path / "in"
+    inputs.mkdir()
+    for path in good[:5]:
+        shutil.copy(path, inputs / path.name)
+    out = tmp_path / "out"
+    ready, go = tmp_path / "ready", tmp_path / "go"
+    os.mkfifo(ready)
+    os.mkfifo(go)
+    batch = subprocess.Popen(
+        [sys.executable, "-m", "meridian.batch", "--model", str(model), "--out", str(out),
+         "--workers", "1", "--chunk", "1", str(inputs)] + OPTIONS,
+        env=environment(MERIDIAN_BATCH_PAUSE_AT=f"3:{ready}:{go}"), stdout=subprocess.DEVNULL,
+        stderr=subprocess.PIPE, text=True)
+    try:
+        with open(ready) as stream:  # the worker is at its third head, and holds there
+            paused = os.path.basename(stream.read())
+        batch.send_signal(signal.SIGINT)
+        # The driver says it stopped once the manifest is saved; only then
+        # may the paused head go on (or its worker be ended by the cluster).
+        seen = []
+        for line in batch.stderr:
+            seen.append(line)
+            if "(interrupted)" in line:
+                break
+        release(go)
+        seen.append(batch.stderr.read())
+        assert batch.wait(timeout=300) == 130, "".join(seen)
+    finally:
+        release(go)
+        if batch.poll() is None:
+            batch.kill()
+            batch.wait()
+    rows = rows_of(out)
+    assert paused not in rows and len(rows) < 5
+    for name, row in rows.items():
+        assert row["status"] == "ok", row
+        data = open(row["output"], "rb").read()
+        assert len(data) == row["output_size"]
+        assert hashlib.sha256(data).hexdigest() == row["output_sha256"]
+    assert list(out.rglob("*.tmp")) == []
+
+    # The next run does the rest.
+    again = run_batch(["--model", str(model), "--out", str(out), "--workers", "1",
+                       str(inputs)] + OPTIONS)
+    assert again.returncode == 0, again.stderr
+    assert f"{5 - len(rows)} exported (0 failed), {len(rows)} skipped" in again.stderr
+    assert len(rows_of(out)) == 5
 
 
 def free_port():

@@ -66,10 +66,13 @@ def run(client, model, jobs, out_dir, options=ExportOptions(), chunk=16, force=F
     from distributed import as_completed
 
     bar = _progress(len(jobs), result.skipped)
-    futures = [client.submit(export_chunk, model, options, part, pure=False)
-               for part in _chunks(todo, max(1, chunk))]
+    futures = []
     last_checkpoint = time.monotonic()
     try:
+        # Submitted inside the try: Ctrl-C while chunks are still being sent
+        # ends the run as cleanly as later.
+        for part in _chunks(todo, max(1, chunk)):
+            futures.append(client.submit(export_chunk, model, options, part, pure=False))
         for future in as_completed(futures):
             for row in future.result():
                 result.rows[row["input"]] = row
