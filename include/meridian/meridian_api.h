@@ -362,35 +362,46 @@ typedef struct meridian_blendshapes meridian_blendshapes;
 /**
  * Opens the blendshape engine from model_dir + "/BS/" (appended as is),
  * reading and checking all of its files. A missing or short file is an
- * error here (MERIDIAN_CANNOT_OPEN, MERIDIAN_TOO_SHORT). NULL on failure.
+ * error here (MERIDIAN_CANNOT_OPEN, MERIDIAN_TOO_SHORT).
+ * @param model_dir  the model directory
+ * @return the engine, or NULL on failure (see meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_blendshapes* meridian_blendshapes_open(const char* model_dir);
 
-/** Closes an engine; NULL is ignored. */
+/**
+ * Closes an engine.
+ * @param shapes  the engine; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_blendshapes_close(meridian_blendshapes* shapes);
 
 /**
- * Threads one run spreads its five regions over: 1 for a batch worker, 0
- * for the default (the processor count, at most 5). The results are the
- * same bits for any number.
+ * Threads one run spreads its five regions over. The results are the same
+ * bits for any number.
+ * @param shapes   the engine
+ * @param threads  1 for a batch worker, 0 for the default (the processor
+ *                 count, at most 5)
+ * @return MERIDIAN_OK, or MERIDIAN_NOT_LOADED for a NULL engine
  */
 MERIDIAN_MODERN_API meridian_status
 meridian_blendshapes_set_thread_count(meridian_blendshapes* shapes, unsigned threads);
 
 /**
- * Shapes each run writes (S = 6): shape 0 is the head, shape s + 1 the
- * deformation of region s (left cheek, right cheek, nose, left ear, right
- * ear).
+ * Shapes each run writes: shape 0 is the head, shape s + 1 the deformation
+ * of region s (left cheek, right cheek, nose, left ear, right ear).
+ * @return S = 6
  */
 MERIDIAN_MODERN_API size_t meridian_blendshapes_shape_count(void);
 
 /**
  * The shapes of one head.
+ * @param shapes      the engine
  * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
  * @param head_count  3 * 20481
  * @param out         receives S x 3 x 20481 floats: coordinate r of vertex j of
  *                    shape s at (3*s + r)*20481 + j
  * @param out_count   S * 3 * 20481
+ * @return MERIDIAN_OK, or MERIDIAN_INVALID_ARGUMENT for a NULL array, a
+ *         wrong length or a non-finite coordinate
  */
 MERIDIAN_MODERN_API meridian_status meridian_blendshapes_run(meridian_blendshapes* shapes,
                                                              const float* head, size_t head_count,
@@ -421,7 +432,11 @@ MERIDIAN_MODERN_API meridian_status meridian_blendshapes_run_batch(meridian_blen
                                                                    size_t batch_size, float* out,
                                                                    size_t out_count);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the engine's last failed call.
+ * @param shapes  the engine (NULL gives "")
+ * @return the message, "" after a success; valid until the next call
+ */
 MERIDIAN_MODERN_API const char* meridian_blendshapes_last_error(const meridian_blendshapes* shapes);
 
 /* ------------------------------------------------------------------------
@@ -532,25 +547,34 @@ typedef struct meridian_asset_report {
 
 /**
  * Opens a builder on `model_dir`.
+ * @param model_dir         the model directory
  * @param with_blendshapes  nonzero: morph targets from the model's "BS/" data
  * @param with_eyes         nonzero: eyeball and eyelash meshes
  * @param metres_per_unit   model units to metres; 0 for the default (0.0026)
- * NULL on failure (a missing file is named in meridian_open_error).
+ * @return the builder, or NULL on failure (a missing file is named in
+ *         meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(const char* model_dir,
                                                                         int with_blendshapes,
                                                                         int with_eyes,
                                                                         double metres_per_unit);
 
-/** Closes a builder; NULL is ignored. */
+/**
+ * Closes a builder.
+ * @param builder  the builder; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_asset_builder_close(meridian_asset_builder* builder);
 
 /**
  * Builds the asset of one head and keeps it in the handle (replacing the
  * previous one) until the next build or close.
+ * @param builder     the builder
  * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
  * @param head_count  3 * 20481
  * @param report      receives the asset's figures (may be NULL)
+ * @return MERIDIAN_OK; MERIDIAN_INVALID_ARGUMENT for a NULL head, a wrong
+ *         length or a non-finite coordinate; another status when the head
+ *         cannot be built
  */
 MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build(meridian_asset_builder* builder,
                                                                  const float* head,
@@ -619,25 +643,40 @@ MERIDIAN_MODERN_API size_t meridian_asset_builder_glb_size_at(const meridian_ass
 MERIDIAN_MODERN_API meridian_status meridian_asset_builder_copy_glb_at(
     meridian_asset_builder* builder, size_t index, uint8_t* out, size_t out_count);
 
-/** Bytes of the last build's first asset's .glb (0 before the first build). */
+/**
+ * Bytes of the last build's first asset's .glb.
+ * @param builder  the builder (NULL gives 0)
+ * @return the size, 0 before the first build
+ */
 MERIDIAN_MODERN_API size_t meridian_asset_builder_glb_size(const meridian_asset_builder* builder);
 
 /**
  * Copies the last build's first asset's .glb.
+ * @param builder    the builder
  * @param out        receives meridian_asset_builder_glb_size() bytes
  * @param out_count  meridian_asset_builder_glb_size()
+ * @return MERIDIAN_OK, or MERIDIAN_INVALID_ARGUMENT for a NULL array or a
+ *         wrong length
  */
 MERIDIAN_MODERN_API meridian_status meridian_asset_builder_copy_glb(meridian_asset_builder* builder,
                                                                     uint8_t* out, size_t out_count);
 
 /**
- * Writes the last build's first asset's .glb to `path` atomically: a temporary file
- * in the same folder, renamed over `path` once complete.
+ * Writes the last build's first asset's .glb to `path` atomically: a
+ * temporary file in the same folder, renamed over `path` once complete.
+ * @param builder  the builder
+ * @param path     the file to write
+ * @return MERIDIAN_OK; MERIDIAN_INCOMPLETE before the first build; another
+ *         status when the file cannot be written
  */
 MERIDIAN_MODERN_API meridian_status
 meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* path);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the builder's last failed call.
+ * @param builder  the builder (NULL gives "")
+ * @return the message, "" after a success; valid until the next call
+ */
 MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
     const meridian_asset_builder* builder);
 
