@@ -112,24 +112,6 @@ def _write(job, row, glb, report, times):
                qa=report, times=times)
 
 
-def export_job(model, options, job):
-    """Exports one head; returns its manifest row (status "error" with the
-    message when the head or the writing fails)."""
-    row = _new_row(job)
-    started = time.perf_counter()
-    _start_head(job.source)
-    try:
-        head = _read(job, row)
-        read = time.perf_counter()
-        glb, report = _exporter(model, options).build(head)
-        times = {"read": read - started, "export": time.perf_counter() - read}
-        _write(job, row, glb, report, times)
-        times["total"] = time.perf_counter() - started
-    except Exception as error:  # a bad head is a row, not the end of the batch
-        _fail(row, error, started)
-    return row
-
-
 def export_chunk(model, options, jobs):
     """Exports a chunk of heads; returns their rows in order.
 
