@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * The landmark provider: what a "libcv_face" library exports for the frame
  * selection of the Meridian library.
  *

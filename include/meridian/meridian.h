@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Meridian: post-processing of 3D head meshes for face-reconstruction and
  * avatar pipelines.
  *

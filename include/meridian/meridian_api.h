@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Meridian's modern C interface (libmeridian_api).
  *
  * One opaque handle per engine. A handle is opened from a model directory
