@@ -28,7 +28,9 @@ script="$scratch/quick_start.sh"
 if [ "$build" != "$root/build" ]; then
   sed -i "s|\$MERIDIAN_ROOT/build|$build|g" "$script"
 fi
-(cd "$root" && TMPDIR="$scratch" env -u MERIDIAN_LIBRARY bash "$script")
+# The quick start is written for Debian's python3 (numpy, dask), which comes
+# first on the path here as on a fresh machine.
+(cd "$root" && PATH="/usr/bin:$PATH" TMPDIR="$scratch" env -u MERIDIAN_LIBRARY bash "$script")
 
 echo "--- references"
 cmake --build "$build" --target meridian_docs
