@@ -5,7 +5,7 @@
 #                     value) fails the build
 #   docs/python/      the Python reference, pydoc over the package's modules
 # Without Doxygen there is no target. `cmake --install` copies whatever was
-# built, beside the pages of docs/, to share/doc/meridian/.
+# built to share/doc/meridian/ (c/, python/), beside the README and docs/.
 find_package(Doxygen QUIET)
 find_program(MERIDIAN_PYTHON3 NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 
@@ -38,11 +38,13 @@ if(DOXYGEN_FOUND AND MERIDIAN_PYTHON3)
     VERBATIM)
 endif()
 
-# The pages and pictures of docs/, the README, the generated references when
-# they were built, and the manual pages.
+# The README with the pages, pictures and manual pages of docs/, the
+# generated references when they were built, and the manual page of the
+# tool (meridian-batch's is installed with the Python package).
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "reference" EXCLUDE PATTERN "man" EXCLUDE)
+# The pages keep their place beside the README, so its links hold.
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.1" PATTERN "reference" EXCLUDE)
 install(DIRECTORY ${MERIDIAN_DOCS_DIR}/c/html/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/c OPTIONAL)
 install(DIRECTORY ${MERIDIAN_DOCS_DIR}/python/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/python OPTIONAL)
 install(FILES docs/man/meridian.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -63,7 +63,7 @@ LD_LIBRARY_PATH="$libdir" "$work/pkg-config-modern-consumer" "$work/model"
 
 # The documentation: the pages, the README, both references (when the
 # meridian_docs target was built) and the manual pages.
-for file in share/doc/meridian/README.md share/doc/meridian/cli.md share/doc/meridian/install.md \
+for file in share/doc/meridian/README.md share/doc/meridian/docs/cli.md share/doc/meridian/docs/install.md \
             share/man/man1/meridian.1 share/man/man1/meridian-batch.1; do
   [ -f "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
