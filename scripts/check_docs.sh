@@ -33,5 +33,6 @@ fi
 (cd "$root" && PATH="/usr/bin:$PATH" TMPDIR="$scratch" env -u MERIDIAN_LIBRARY bash "$script")
 
 echo "--- references"
+command -v doxygen >/dev/null || { echo "doxygen is needed for the C reference"; exit 1; }
 cmake --build "$build" --target meridian_docs
 echo "docs: ok"
