@@ -6,6 +6,8 @@
 #     directory holding the demo model set);
 #   - every relative link in the README and docs/ names a file that exists,
 #     and every #anchor a heading of that file;
+#   - the manual page of `meridian` names every command and option its
+#     --help lists;
 #   - the C reference builds with Doxygen without a warning, and the Python
 #     reference with pydoc (the meridian_docs target).
 #   MERIDIAN_BUILD_DIR  the build to use (default: build)
@@ -16,6 +18,9 @@ python=/usr/bin/python3
 
 echo "--- links"
 "$python" "$root/scripts/docs_links.py" "$root"
+
+echo "--- manual page"
+"$python" "$root/scripts/docs_manpage.py" "$build/bin/meridian" "$root/docs/man/meridian.1"
 
 echo "--- README quick start"
 # The quick start makes its scratch directory with mktemp; it lives here
