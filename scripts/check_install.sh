@@ -5,7 +5,7 @@
 # installed tool (the frame selection through the installed landmark
 # provider), the modern consumer built both ways on the same model set, the
 # SONAMEs and the modern library's exports checked, and the installed Python
-# package imported.
+# package imported, and the documentation and manual pages are in place.
 #   MERIDIAN_BUILD_DIR  the build to install (default: build)
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -60,6 +60,18 @@ cc -std=c99 -Wall -Wextra -Werror -o "$work/pkg-config-modern-consumer" \
   "$root/tests/consumer/modern_consumer.c" $(pkg-config --cflags --libs meridian_api) -lm
 echo "pkg-config build of the modern consumer:"
 LD_LIBRARY_PATH="$libdir" "$work/pkg-config-modern-consumer" "$work/model"
+
+# The documentation: the pages, the README, both references (when the
+# meridian_docs target was built) and the manual pages.
+for file in share/doc/meridian/README.md share/doc/meridian/docs/cli.md share/doc/meridian/docs/install.md \
+            share/man/man1/meridian.1 share/man/man1/meridian-batch.1; do
+  [ -f "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
+done
+if [ -d "$build/docs/c/html" ]; then
+  for file in share/doc/meridian/c/index.html share/doc/meridian/python/meridian.html; do
+    [ -f "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
+  done
+fi
 
 python_dir="$(find "$prefix" -type d -name dist-packages | head -1)"
 PYTHONPATH="$python_dir" /usr/bin/python3 -c '

@@ -10,9 +10,9 @@ packages=(build-essential cmake libeigen3-dev libopencv-dev libcli11-dev
           libgtest-dev googletest libbenchmark-dev libtinyobjloader-dev
           libdlib-dev libdlib-data libopenexr-dev libtinygltf-dev python3-numpy python3-skimage)
 # The CI stages beyond the test suite (.ci/run sets MERIDIAN_CI_PACKAGES=1):
-# Python tests, install check, Windows cross-build, fuzzing, valgrind.
+# Python tests, install check, docs check, Windows cross-build, fuzzing, valgrind.
 if [ "${MERIDIAN_CI_PACKAGES:-0}" = 1 ]; then
-  packages+=(python3 python3-pytest python3-dask python3-distributed python3-tqdm pkgconf
+  packages+=(python3 python3-pytest python3-dask python3-distributed python3-tqdm pkgconf doxygen
              g++-mingw-w64-x86-64 libstb-dev wine64
              clang-14 libclang-rt-14-dev valgrind)
   # node runs the glTF validator of the export test; a node from elsewhere

@@ -25,6 +25,9 @@
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_engine_std.h"
 #include "tbn/tbn_literal_reference.h"
+#if defined(MERIDIAN_CLI_PATH)
+#include <opencv2/imgcodecs.hpp>
+#endif
 
 namespace {
 
@@ -613,6 +616,22 @@ TEST_F(TbnModel, CommandLineWritesFramesAndPreview) {
         }
     EXPECT_EQ(written.faces, demoMesh().faces.cast<double>());
     EXPECT_EQ(meridian::testing::readBytes(png).substr(0, 8), "\x89PNG\r\n\x1a\n");
+    // The right half lights the surface by the flipped, outward normal and
+    // paints red where that normal faces away from the viewer. The written
+    // normals point into the head, so shading by them unflipped would paint
+    // the whole face red; consistent frames leave only a few rim pixels.
+    const cv::Mat picture = cv::imread(png, cv::IMREAD_COLOR);
+    ASSERT_FALSE(picture.empty());
+    int lit = 0, red = 0;
+    for (int row = 0; row < picture.rows; ++row)
+        for (int col = picture.cols / 2; col < picture.cols; ++col) {
+            const cv::Vec3b bgr = picture.at<cv::Vec3b>(row, col);
+            if (bgr[2] <= 60) continue;
+            lit += bgr[1] >= 0.8 * bgr[2];
+            red += bgr[1] < 0.3 * bgr[2];
+        }
+    EXPECT_GT(lit, picture.rows * picture.cols / 10);
+    EXPECT_LT(red, lit / 1000);
 
     // Usage errors before any work.
     const ToolRun failed = runTool("tbn --model " + out.file("none") + " --in " +

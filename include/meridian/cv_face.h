@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * The landmark provider: what a "libcv_face" library exports for the frame
  * selection of the Meridian library.
  *
@@ -43,12 +44,12 @@ extern "C" {
  * `point_count` at 0 and the points at a value outside every image.
  */
 typedef struct CvFaceResult {
-    int32_t face_count; /**< faces found; the points belong to the largest */
-    float score;        /**< detector confidence of that face, 0 when none */
-    float box_left;     /**< its box in image pixels */
-    float box_top;
-    float box_right;
-    float box_bottom;
+    int32_t face_count;  /**< faces found; the points belong to the largest */
+    float score;         /**< detector confidence of that face, 0 when none */
+    float box_left;      /**< left edge of its box, in image pixels */
+    float box_top;       /**< top edge of the box */
+    float box_right;     /**< right edge of the box */
+    float box_bottom;    /**< bottom edge of the box */
     int32_t point_count; /**< CV_FACE_POINT_COUNT when points were written, else 0 */
     float points[2 * CV_FACE_POINT_COUNT]; /**< x0, y0, x1, y1, ... */
 } CvFaceResult;

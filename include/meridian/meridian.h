@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Meridian: post-processing of 3D head meshes for face-reconstruction and
  * avatar pipelines.
  *
@@ -57,9 +58,10 @@ typedef uint64_t meridian_handle;
  * ------------------------------------------------------------------------ */
 
 /**
- * Releases every engine and singleton. Returns 1, always. May be called
- * again; init calls may follow and start afresh. Handles returned before
- * are no longer accepted.
+ * Releases every engine and singleton. May be called again; init calls may
+ * follow and start afresh. Handles returned before are no longer accepted.
+ *
+ * @return 1, always
  */
 MERIDIAN_API int AI_system_over(void);
 
@@ -73,9 +75,11 @@ MERIDIAN_API int AI_system_over(void);
  * "idx_head2ue4.corresp" (head topology -> engine vertex order). A separator
  * is inserted between directory and file name when needed.
  *
- * Returns the engine's handle, or 0 when a file cannot be opened ("Invalid
- * correspondence file: <path>" is printed) or when a source index lies
- * outside its source mesh (the file and the first bad entry are printed).
+ * @param model_dir  the model directory
+ * @return the engine's handle, or 0 when a file cannot be opened ("Invalid
+ *         correspondence file: <path>" is printed) or when a source index
+ *         lies outside its source mesh (the file and the first bad entry are
+ *         printed)
  */
 MERIDIAN_API meridian_handle AI_system_init_swaphead(const char* model_dir);
 
@@ -84,13 +88,13 @@ MERIDIAN_API meridian_handle AI_system_init_swaphead(const char* model_dir);
  * vertex order. Every output vertex is a copy of one input vertex or a
  * barycentric blend of three.
  *
- * face_in:  3 * 20481 floats, planar (x of vertex j at j, y at 20481 + j,
- *           z at 40962 + j).
- * head_out: room for 3 * N floats, N = entries of "idx_head2ue4.corresp";
- *           written planar (coordinate r of vertex k at r*N + k).
- * count:    not used (the input size is fixed).
- *
- * Returns N; 0 for a bad handle or a null array (nothing written).
+ * @param handle    a head converter from AI_system_init_swaphead
+ * @param face_in   3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_out  room for 3 x N floats, N = entries of
+ *                  "idx_head2ue4.corresp"; coordinate r of vertex k written
+ *                  at r*N + k
+ * @param count     not used (the input size is fixed)
+ * @return N; 0 for a bad handle or a null array (nothing written)
  */
 MERIDIAN_API int32_t AI_swap_head(meridian_handle handle, const float* face_in, float* head_out,
                                   int64_t count);
@@ -112,10 +116,11 @@ MERIDIAN_API int32_t AI_swap_head(meridian_handle handle, const float* face_in, 
  * template whose vertices are the 20481 head vertices, with texture
  * coordinates and texture faces. Replaces the previous fixed engine.
  *
- * Returns 1 on success; -1 when the file is missing or its texture table is
- * neither 2 rows nor 20481 columns (the path followed by "not exist!
- * initialize TBN failed!" is printed), or when a face names a vertex or a
- * texture coordinate that does not exist.
+ * @param model_dir  the model directory (joined by plain concatenation)
+ * @return 1 on success; -1 when the file is missing or its texture table is
+ *         neither 2 rows nor 20481 columns (the path followed by "not exist!
+ *         initialize TBN failed!" is printed), or when a face names a vertex
+ *         or a texture coordinate that does not exist
  */
 MERIDIAN_API int32_t AI_system_init_TBN(const char* model_dir);
 
@@ -123,15 +128,17 @@ MERIDIAN_API int32_t AI_system_init_TBN(const char* model_dir);
  * Creates a general tangent-frame engine from a template OBJ with its own
  * vertex numbering (`headobj_path`, used as given).
  *
- * idx_tavi2head: n_tavi2head ints; entry i is the head vertex (0..20480)
- *                whose position becomes template vertex i. n_tavi2head must
- *                equal the template's vertex count.
- * idx_head2tavi: n_head2tavi ints; entry j is the template vertex whose frame
- *                becomes output vertex j.
- *
- * Returns the engine's handle, or 0 with a message when the template has no
- * 2-row texture table, when n_tavi2head differs from its vertex count, or
- * when an index lies outside its range.
+ * @param headobj_path   the template OBJ, with texture coordinates and faces
+ * @param idx_tavi2head  n_tavi2head ints; entry i is the head vertex
+ *                       (0..20480) whose position becomes template vertex i
+ * @param n_tavi2head    entries of idx_tavi2head; must equal the template's
+ *                       vertex count
+ * @param idx_head2tavi  n_head2tavi ints; entry j is the template vertex whose
+ *                       frame becomes output vertex j
+ * @param n_head2tavi    entries of idx_head2tavi: the output vertex count
+ * @return the engine's handle, or 0 with a message when the template has no
+ *         2-row texture table, when n_tavi2head differs from its vertex
+ *         count, or when an index lies outside its range
  */
 MERIDIAN_API meridian_handle AI_system_init_TBN_g(const char* headobj_path,
                                                   const int* idx_tavi2head, unsigned n_tavi2head,
@@ -142,6 +149,11 @@ MERIDIAN_API meridian_handle AI_system_init_TBN_g(const char* headobj_path,
  * whitespace-separated integers (reading stops at the first token that is
  * not an integer). A file that cannot be opened prints "Invalid index file:
  * <path>" and gives 0.
+ *
+ * @param headobj_path    the template OBJ, with texture coordinates and faces
+ * @param tavi2head_file  text file of the idx_tavi2head entries
+ * @param head2tavi_file  text file of the idx_head2tavi entries
+ * @return the engine's handle, or 0
  */
 MERIDIAN_API meridian_handle AI_system_init_TBN_g2(const char* headobj_path,
                                                    const char* tavi2head_file,
@@ -150,22 +162,24 @@ MERIDIAN_API meridian_handle AI_system_init_TBN_g2(const char* headobj_path,
 /**
  * Tangent frames of a head with the fixed engine.
  *
- * head_vertices: 3 * 20481 floats, planar.
- * tbn_out:       room for 9 * 20481 floats, planar (see above, n = 20481).
- *
- * Returns 1; -1 (nothing written) before any AI_system_init_TBN or for a
- * null array.
+ * @param head_vertices  3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param tbn_out        room for 9 x 20481 floats, component k of vertex i at
+ *                       k*20481 + i (tangent k = 0..2, bitangent 3..5,
+ *                       normal 6..8)
+ * @return 1; -1 (nothing written) before any AI_system_init_TBN or for a
+ *         null array
  */
 MERIDIAN_API int32_t AI_get_TBN(const float* head_vertices, float* tbn_out);
 
 /**
  * Tangent frames of a head with a general engine.
  *
- * head_vertices: 3 * 20481 floats, planar.
- * tbn_out:       room for 9 * n_head2tavi floats, planar (n = n_head2tavi).
- *
- * Returns 0 (its success value). A bad handle or a null array also gives 0
- * and writes nothing.
+ * @param handle         a general engine from AI_system_init_TBN_g or _g2
+ * @param head_vertices  3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param tbn_out        room for 9 x n floats, n = n_head2tavi; component k
+ *                       of vertex i at k*n + i
+ * @return 0 (its success value). A bad handle or a null array also gives 0
+ *         and writes nothing.
  */
 MERIDIAN_API int32_t AI_get_TBN_g(meridian_handle handle, const float* head_vertices,
                                   float* tbn_out);
@@ -190,6 +204,9 @@ MERIDIAN_API int32_t AI_get_TBN_g(meridian_handle handle, const float* head_vert
  * exist" in GBK, is printed) or has fewer than 770 vertices (the path and the
  * count are printed); the model directory is still kept for
  * debug_apply_one_pose_save_obj.
+ *
+ * @param model_dir  the model directory (joined by plain concatenation)
+ * @return 1 on success, 0 on failure
  */
 MERIDIAN_API int AI_system_init_eyeball(const char* model_dir);
 
@@ -198,20 +215,22 @@ MERIDIAN_API int AI_system_init_eyeball(const char* model_dir);
  * per eye, the pose that takes a template-eyeball vertex v to
  * scale * R * v + position.
  *
- * head_vertices:  3 * 20481 floats, planar (x of vertex j at j, y at
- *                 20481 + j, z at 40962 + j).
- * template_index: landmark template the head is first aligned to: 0, 1 or 2.
- * eye0_angles, eye1_angles:     3 doubles each, written: the Euler angles of
- *                 R in degrees (converted with 3.14 for pi), [0] about z,
- *                 [1] about y, negated, [2] about x, so that
- *                 R = Rz([0]) * Ry(-[1]) * Rx([2]). [0] lies in 0..180.09 (pi in these degrees).
- * eye0_position, eye1_position: 3 doubles each, written: position (x, y, z).
- * eye_scale:      1 double, written: the scale, the same for both eyes.
- * Eye 0 is the first eye, eye 1 the second. Infinite values are written as
- * 0; NaN is passed on.
+ * Eye 0 is the first eye, eye 1 the second. The Euler angles of R are in
+ * degrees (converted with 3.14 for pi): [0] about z, [1] about y, negated,
+ * [2] about x, so that R = Rz([0]) * Ry(-[1]) * Rx([2]); [0] lies in
+ * 0..180.09 (pi in these degrees). Infinite values are written as 0; NaN is
+ * passed on.
  *
- * Returns 1. Returns 0 and writes nothing before any AI_system_init_eyeball,
- * after a failed one, for a template_index above 2 or for a null pointer.
+ * @param head_vertices   3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param template_index  landmark template the head is first aligned to: 0, 1 or 2
+ * @param eye0_angles     3 doubles, written: the first eye's Euler angles
+ * @param eye1_angles     3 doubles, written: the second eye's Euler angles
+ * @param eye0_position   3 doubles, written: the first eye's position (x, y, z)
+ * @param eye1_position   3 doubles, written: the second eye's position (x, y, z)
+ * @param eye_scale       1 double, written: the scale, the same for both eyes
+ * @return 1. Returns 0 and writes nothing before any AI_system_init_eyeball,
+ *         after a failed one, for a template_index above 2 or for a null
+ *         pointer.
  */
 MERIDIAN_API int AI_add_eyeball(const float* head_vertices, unsigned template_index,
                                 double* eye0_angles, double* eye1_angles, double* eye0_position,
@@ -233,6 +252,9 @@ MERIDIAN_API int AI_add_eyeball(const float* head_vertices, unsigned template_in
  * <path>" / "Invalid indices file: <path>"; a missing OBJ prints nothing) or
  * when an index lies outside the table it names (the file and the first bad
  * entry are printed).
+ *
+ * @param model_dir  the model directory
+ * @return the engine's handle, or 0
  */
 MERIDIAN_API meridian_handle AI_system_init_eyeball_kova(const char* model_dir);
 
@@ -245,6 +267,9 @@ MERIDIAN_API meridian_handle AI_system_init_eyeball_kova(const char* model_dir);
  * "idx_eyelash_left.txt" and "idx_eyelash_right.txt". Results and messages
  * as AI_system_init_eyeball_kova; the blendshape must have as many vertices
  * as the lash mesh.
+ *
+ * @param model_dir  the model directory
+ * @return the engine's handle, or 0
  */
 MERIDIAN_API meridian_handle AI_system_init_eyelash_kova(const char* model_dir);
 
@@ -255,21 +280,28 @@ MERIDIAN_API meridian_handle AI_system_init_eyelash_kova(const char* model_dir);
  * socket; an eyelash aligner does the same with its lashes and then adds its
  * blendshape, with weights solved from the remaining offset, in five passes.
  *
- * head_vertices: 3 * 20481 floats, planar.
- * out_vertices:  room for 3 * N floats, N = entries of the aligner's export
- *                correspondence ("eyeball/idx_eyeball2ue4.corresp" or
- *                "eyelash/idx_eyelash2ue4.corresp"); written planar
- *                (coordinate r of vertex k at r*N + k).
- * count:         not used (the input size is fixed).
- *
- * Returns N (0 for an eyeball mesh without vertices, nothing written); 0 for
- * a handle that is not a live aligner handle or a null array (nothing
- * written).
+ * @param handle         an eyeball or eyelash aligner
+ * @param head_vertices  3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param out_vertices   room for 3 x N floats, N = entries of the aligner's
+ *                       export correspondence ("eyeball/idx_eyeball2ue4.corresp"
+ *                       or "eyelash/idx_eyelash2ue4.corresp"); coordinate r of
+ *                       vertex k written at r*N + k
+ * @param count          not used (the input size is fixed)
+ * @return N (0 for an eyeball mesh without vertices, nothing written); 0 for
+ *         a handle that is not a live aligner handle or a null array
+ *         (nothing written)
  */
 MERIDIAN_API int32_t AI_add_eyeball_kova(meridian_handle handle, const float* head_vertices,
                                          float* out_vertices, int64_t count);
 
-/** The same function as AI_add_eyeball_kova (the same address), for eyelash handles. */
+/**
+ * The same function as AI_add_eyeball_kova (the same address), for eyelash handles.
+ * @param handle         an eyelash (or eyeball) aligner
+ * @param head_vertices  3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param out_vertices   room for 3 x N floats, coordinate r of vertex k at r*N + k
+ * @param count          not used
+ * @return N, or 0 as AI_add_eyeball_kova
+ */
 MERIDIAN_API int32_t AI_add_eyelash_kova(meridian_handle handle, const float* head_vertices,
                                          float* out_vertices, int64_t count);
 
@@ -281,9 +313,11 @@ MERIDIAN_API int32_t AI_add_eyelash_kova(meridian_handle handle, const float* he
  * Reads an ASCII PLY with exactly 7 header lines ("element vertex N" among
  * them) and writes its N vertices planar to `out` (3 * N floats).
  *
- * Returns 1; 0 when the file cannot be opened (the path followed by
- * " \xC2\xB7\xBE\xB6\xB2\xBB\xB4\xE6\xD4\xDA", "path does not exist" in
- * GBK, is printed) or for a null pointer.
+ * @param ply_path  the PLY file
+ * @param out       room for 3 x N floats, coordinate r of vertex j at r*N + j
+ * @return 1; 0 when the file cannot be opened (the path followed by
+ *         " \xC2\xB7\xBE\xB6\xB2\xBB\xB4\xE6\xD4\xDA", "path does not exist"
+ *         in GBK, is printed) or for a null pointer
  */
 MERIDIAN_API int debug_get_head_data_from_ply(const char* ply_path, float* out);
 
@@ -291,9 +325,11 @@ MERIDIAN_API int debug_get_head_data_from_ply(const char* ply_path, float* out);
  * Reads the vertices of an OBJ and writes them planar to `out` (3 * N
  * floats: all x, all y, all z).
  *
- * Returns 1; 0 when the file has no vertices (e.g. a missing file; the path
- * followed by " \xB2\xBB\xD5\xFD\xC8\xB7", "incorrect" in GBK, is printed)
- * or for a null pointer.
+ * @param obj_path  the OBJ file
+ * @param out       room for 3 x N floats, coordinate r of vertex j at r*N + j
+ * @return 1; 0 when the file has no vertices (e.g. a missing file; the path
+ *         followed by " \xB2\xBB\xD5\xFD\xC8\xB7", "incorrect" in GBK, is
+ *         printed) or for a null pointer
  */
 MERIDIAN_API int debug_get_head_data_from_obj(const char* obj_path, float* out);
 
@@ -305,7 +341,10 @@ MERIDIAN_API int debug_get_head_data_from_obj(const char* obj_path, float* out);
  * converted with 3.14 for pi), the form AI_add_eyeball reports. "v " lines
  * are rewritten with "%f" coordinates; every other line is copied.
  *
- * angles_deg:  3 doubles; translation: 3 doubles.
+ * @param angles_deg    3 doubles: the Euler angles in degrees
+ * @param translation   3 doubles: the position (x, y, z)
+ * @param scale         the scale
+ * @param out_obj_path  the OBJ file to write
  *
  * Prints " --------------   <out_obj_path>: -------------- ", R, " tt: " and
  * the translation, " scale: " and the scale. A file that cannot be opened
@@ -343,20 +382,28 @@ MERIDIAN_API void debug_apply_one_pose_save_obj(const double* angles_deg, const 
  * standard error, "Init landmark model failed." to standard output; the
  * call then waits for one character on standard input and ends the process
  * with exit status 0. It does not return.
+ *
+ * @param model_dir  the landmark provider's model directory
+ * @return 1
  */
 MERIDIAN_API int32_t AI_system_init_Choose4RGBD(const char* model_dir);
 
 /**
  * Offers one frame.
  *
- * color:  color_height rows of color_width pixels, 8-bit BGR, 3 bytes per
- *         pixel, rows packed: channel c of pixel (x, y) at
- *         3 * (y * color_width + x) + c.
- * depth:  depth_height by depth_width 32-bit floats, row after row. Not
- *         used for the choice; it must be given.
- * yaw_out, pitch_out: the head angles in degrees.
- *
- * Returns
+ * @param frame_id      the host's id of the frame, reported by the final choice
+ * @param color         color_height x color_width x 3 bytes, 8-bit BGR, rows
+ *                      packed: channel c of pixel (x, y) at 3 * (y * color_width + x) + c
+ * @param color_width   pixels per colour row
+ * @param color_height  colour rows
+ * @param depth         depth_height x depth_width 32-bit floats, pixel (x, y)
+ *                      at y * depth_width + x. Not used for the choice; it must
+ *                      be given.
+ * @param depth_width   pixels per depth row
+ * @param depth_height  depth rows
+ * @param yaw_out       receives the head's yaw in degrees
+ * @param pitch_out     receives the head's pitch in degrees
+ * @return
  *    5  stored as frontal: |yaw| < 2, eyes open (threshold 0.2), and no
  *       frame yet in the other three buckets;
  *    4  stored as turned negative: -30 < yaw < -20, a frontal frame exists,
@@ -389,14 +436,21 @@ MERIDIAN_API int32_t AI_Choose4RGBD_input_1_rgbd(int frame_id, const void* color
  * whose yaw is nearest -25 (+25). Up: among the five whose pitch is nearest
  * the chosen frontal frame's pitch + 6.
  *
- * Returns 1, or the code of the first empty bucket, with no id written:
- * -5 front (also before any frame, or for a null pointer), -4 yaw
- * negative, -3 yaw positive, -2 up.
+ * @param front_id    receives the frontal frame's id
+ * @param yaw_neg_id  receives the id of the frame turned to about -25 degrees
+ * @param yaw_pos_id  receives the id of the frame turned to about +25 degrees
+ * @param up_id       receives the id of the frame looking up
+ * @return 1, or the code of the first empty bucket, with no id written:
+ *         -5 front (also before any frame, or for a null pointer), -4 yaw
+ *         negative, -3 yaw positive, -2 up
  */
 MERIDIAN_API int32_t AI_Choose4RGBD_get_final_4_rgbd(int* front_id, int* yaw_neg_id,
                                                      int* yaw_pos_id, int* up_id);
 
-/** Empties the four frame buckets. Returns 0. The landmark model stays. */
+/**
+ * Empties the four frame buckets. The landmark model stays.
+ * @return 0
+ */
 MERIDIAN_API int32_t AI_Choose4RGBD_clear(void);
 
 /**
@@ -407,8 +461,9 @@ MERIDIAN_API int32_t AI_Choose4RGBD_clear(void);
  * final choice and prints "final: " and its code on standard output. An
  * unreadable colour file counts as a frame without a face.
  *
- * Returns 1; -1 (0xFFFFFFFF) before AI_system_init_Choose4RGBD or for a
- * null path.
+ * @param capture_dir  the capture, holding jpg/ (and exr/)
+ * @return 1; -1 (0xFFFFFFFF) before AI_system_init_Choose4RGBD or for a
+ *         null path
  */
 MERIDIAN_API int32_t debug_test_RGBD_choose4(const char* capture_dir);
 
@@ -434,26 +489,29 @@ MERIDIAN_API int32_t debug_test_RGBD_choose4(const char* capture_dir);
  * "init backend datas" followed by model_dir, then
  * "----load next info use time <milliseconds> ms".
  *
- * Returns 1. A missing data file prints "Unable to open file: <path>" and
- * ends the process with exit code -1 (255); so does a file shorter than its
- * shape needs (with a message naming it and both sizes). When a list names a
+ * A missing data file prints "Unable to open file: <path>" and ends the
+ * process with exit code -1 (255); so does a file shorter than its shape
+ * needs (with a message naming it and both sizes). When a list names a
  * vertex that does not exist, or a standard deviation is not positive, the
  * file and entry are printed and no engine is kept (1 is still returned;
- * AI_get_BS then returns 0). A null model_dir gives 0.
+ * AI_get_BS then returns 0).
+ *
+ * @param model_dir  the model directory
+ * @return 1; 0 for a null model_dir
  */
 MERIDIAN_API int64_t AI_system_initDynamic_BS(const char* model_dir);
 
 /**
  * The six shapes of a head.
  *
- * head_vertices: 3 * 20481 floats, planar (x of vertex v at v, y at
- *                20481 + v, z at 40962 + v).
- * bs_out:        room for 6 * 3 * 20481 = 368658 floats: coordinate a of
- *                vertex v of shape s at (3s + a) * 20481 + v.
- *
- * Returns 1. Returns 0 and writes nothing before AI_system_initDynamic_BS,
- * after AI_system_over, after an init that returned 0, or for a null array.
  * The same head always gives the same bits.
+ *
+ * @param head_vertices  3 x 20481 floats, coordinate a of vertex v at a*20481 + v
+ * @param bs_out         room for 6 x 3 x 20481 = 368658 floats: coordinate a
+ *                       of vertex v of shape s at (3s + a)*20481 + v
+ * @return 1. Returns 0 and writes nothing before AI_system_initDynamic_BS,
+ *         after AI_system_over, after an init that returned 0, or for a null
+ *         array.
  */
 MERIDIAN_API int64_t AI_get_BS(const float* head_vertices, float* bs_out);
 

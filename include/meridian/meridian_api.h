@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Meridian's modern C interface (libmeridian_api).
  *
  * One opaque handle per engine. A handle is opened from a model directory
@@ -75,21 +76,29 @@ typedef enum meridian_status {
     MERIDIAN_UNAVAILABLE = 14                /**< this build has no such engine */
 } meridian_status;
 
-/** The library's version, "major.minor.patch". Never NULL. */
+/**
+ * The library's version, "major.minor.patch". Never NULL.
+ * @return the version string, e.g. "0.1.0"
+ */
 MERIDIAN_MODERN_API const char* meridian_version(void);
 
-/** Vertices of the template head every run call takes: 20481. */
+/**
+ * Vertices of the template head every run call takes: 20481.
+ * @return 20481
+ */
 MERIDIAN_MODERN_API size_t meridian_template_vertex_count(void);
 
 /**
  * Why the calling thread's last failed open failed (MERIDIAN_OK when its
  * last open succeeded or it never opened anything).
+ * @return the status of the calling thread's last open
  */
 MERIDIAN_MODERN_API meridian_status meridian_open_status(void);
 
 /**
  * The message of the calling thread's last failed open ("" when none).
  * Valid until the thread's next open call.
+ * @return the message, never NULL
  */
 MERIDIAN_MODERN_API const char* meridian_open_error(void);
 
@@ -112,6 +121,9 @@ typedef enum meridian_head_file {
  * @param vertex_count  receives N (may be NULL when `out` is not)
  * Failures go to meridian_open_status() and meridian_open_error() (there is
  * no handle): MERIDIAN_CANNOT_OPEN_MESH, MERIDIAN_BAD_CONTENT, ...
+ * @param path  the mesh file
+ * @param kind  the file's kind (PLY or OBJ)
+ * @return MERIDIAN_OK, or the failure's status
  */
 MERIDIAN_MODERN_API meridian_status meridian_debug_read_head(const char* path,
                                                              meridian_head_file kind, float* out,
@@ -167,6 +179,8 @@ typedef enum meridian_model_part {
  * Failures go to meridian_open_status() and meridian_open_error(), which
  * name the first file at fault and the fault.
  * @return MERIDIAN_OK, or the failure's status
+ * @param model_dir  the model directory
+ * @param parts      the parts to check: meridian_model_part flags, or-ed
  */
 MERIDIAN_MODERN_API meridian_status meridian_check_model(const char* model_dir, uint32_t parts);
 
@@ -182,13 +196,22 @@ typedef struct meridian_head_swap meridian_head_swap;
  * Opens a head swap from `model_dir`: "idx_tavi2head.corresp" and
  * "idx_head2ue4.corresp" (a separator is inserted after the directory when
  * it lacks one). NULL on failure (see meridian_open_error).
+ * @param model_dir  the model directory
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_head_swap* meridian_head_swap_open(const char* model_dir);
 
-/** Closes a head swap; NULL is ignored. */
+/**
+ * Closes a head swap; NULL is ignored.
+ * @param swap  the handle to close; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_head_swap_close(meridian_head_swap* swap);
 
-/** Vertices of each output (M, the entries of "idx_head2ue4.corresp"); 0 for NULL. */
+/**
+ * Vertices of each output (M, the entries of "idx_head2ue4.corresp"); 0 for NULL.
+ * @param swap  the handle, or NULL
+ * @return M; 0 for NULL
+ */
 MERIDIAN_MODERN_API size_t meridian_head_swap_output_vertex_count(const meridian_head_swap* swap);
 
 /**
@@ -197,12 +220,18 @@ MERIDIAN_MODERN_API size_t meridian_head_swap_output_vertex_count(const meridian
  * @param face_count  3 * 20481
  * @param head        receives 3 x M floats, coordinate r of vertex j at r*M + j
  * @param head_count  3 * M (M from meridian_head_swap_output_vertex_count)
+ * @param swap  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_head_swap_run(meridian_head_swap* swap,
                                                            const float* face, size_t face_count,
                                                            float* head, size_t head_count);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the handle's last failed call ("" after a success).
+ * @param swap  the handle, or NULL
+ * @return the message ("" after a success), never NULL
+ */
 MERIDIAN_MODERN_API const char* meridian_head_swap_last_error(const meridian_head_swap* swap);
 
 /* ------------------------------------------------------------------------
@@ -215,6 +244,8 @@ typedef struct meridian_tangent_frames meridian_tangent_frames;
 /**
  * Opens the fixed engine: its template is model_dir + "/TBN/std_20481_with_UV_F_TF.obj"
  * (appended as is), whose vertices are the 20481 head vertices. NULL on failure.
+ * @param model_dir  the model directory
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open(const char* model_dir);
 
@@ -227,6 +258,7 @@ MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open(const 
  * @param head_to_tavi   M ints: entry j is the template vertex whose frame is output j
  * @param output_count   M
  * NULL on failure.
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open_general(
     const char* template_obj, const int32_t* tavi_to_head, size_t tavi_count,
@@ -235,14 +267,25 @@ MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open_genera
 /**
  * The same with both index lists read from text files (whitespace-separated
  * integers up to the first token that is not one). NULL on failure.
+ * @param template_obj       path of the template OBJ, used as given
+ * @param tavi_to_head_file  text file of the tavi_to_head entries
+ * @param head_to_tavi_file  text file of the head_to_tavi entries
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_tangent_frames* meridian_tangent_frames_open_general_files(
     const char* template_obj, const char* tavi_to_head_file, const char* head_to_tavi_file);
 
-/** Closes an engine; NULL is ignored. */
+/**
+ * Closes an engine; NULL is ignored.
+ * @param frames  the handle to close; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_tangent_frames_close(meridian_tangent_frames* frames);
 
-/** Vertices of each output (M): 20481 for the fixed engine; 0 for NULL. */
+/**
+ * Vertices of each output (M): 20481 for the fixed engine; 0 for NULL.
+ * @param frames  the handle, or NULL
+ * @return M; 0 for NULL
+ */
 MERIDIAN_MODERN_API size_t
 meridian_tangent_frames_output_vertex_count(const meridian_tangent_frames* frames);
 
@@ -253,13 +296,19 @@ meridian_tangent_frames_output_vertex_count(const meridian_tangent_frames* frame
  * @param out          receives 9 x M floats: component k of output vertex j at k*M + j,
  *                     k = 0..2 tangent, 3..5 bitangent, 6..8 normal
  * @param out_count    9 * M
+ * @param frames  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_tangent_frames_run(meridian_tangent_frames* frames,
                                                                 const float* head,
                                                                 size_t head_count, float* out,
                                                                 size_t out_count);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the handle's last failed call ("" after a success).
+ * @param frames  the handle, or NULL
+ * @return the message ("" after a success), never NULL
+ */
 MERIDIAN_MODERN_API const char* meridian_tangent_frames_last_error(
     const meridian_tangent_frames* frames);
 
@@ -277,13 +326,23 @@ typedef struct meridian_eye_poses {
     double scale;            /**< the scale both eyes share */
 } meridian_eye_poses;
 
-/** Opens an eyeball fit: model_dir + "/eyeball/new_eye.ply" (appended as is). NULL on failure. */
+/**
+ * Opens an eyeball fit: model_dir + "/eyeball/new_eye.ply" (appended as is). NULL on failure.
+ * @param model_dir  the model directory
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
+ */
 MERIDIAN_MODERN_API meridian_eyeball_fit* meridian_eyeball_fit_open(const char* model_dir);
 
-/** Closes a fit; NULL is ignored. */
+/**
+ * Closes a fit; NULL is ignored.
+ * @param fit  the handle to close; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_eyeball_fit_close(meridian_eyeball_fit* fit);
 
-/** Landmark templates a run may align to (3). */
+/**
+ * Landmark templates a run may align to (3).
+ * @return 3
+ */
 MERIDIAN_MODERN_API size_t meridian_eyeball_fit_template_count(void);
 
 /**
@@ -292,6 +351,8 @@ MERIDIAN_MODERN_API size_t meridian_eyeball_fit_template_count(void);
  * @param head_count      3 * 20481
  * @param template_index  landmark template, below meridian_eyeball_fit_template_count()
  * @param poses           receives the result
+ * @param fit  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_run(meridian_eyeball_fit* fit,
                                                              const float* head, size_t head_count,
@@ -307,6 +368,10 @@ MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_run(meridian_eyeball_fi
  * about x by angles[2]. Every other line is kept.
  * @param angles_deg  3 doubles
  * @param position    3 doubles
+ * @param fit    the handle
+ * @param scale  the scale
+ * @param path   the OBJ file to write
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_write_posed_eye(meridian_eyeball_fit* fit,
                                                                          const double* angles_deg,
@@ -314,7 +379,11 @@ MERIDIAN_MODERN_API meridian_status meridian_eyeball_fit_write_posed_eye(meridia
                                                                          double scale,
                                                                          const char* path);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the handle's last failed call ("" after a success).
+ * @param fit  the handle, or NULL
+ * @return the message ("" after a success), never NULL
+ */
 MERIDIAN_MODERN_API const char* meridian_eyeball_fit_last_error(const meridian_eyeball_fit* fit);
 
 /* ------------------------------------------------------------------------
@@ -324,16 +393,31 @@ MERIDIAN_MODERN_API const char* meridian_eyeball_fit_last_error(const meridian_e
 /** An open eye aligner (eyeball or eyelash). */
 typedef struct meridian_eye_aligner meridian_eye_aligner;
 
-/** Opens the eyeball aligner from the "eyeball/" files of `model_dir`. NULL on failure. */
+/**
+ * Opens the eyeball aligner from the "eyeball/" files of `model_dir`. NULL on failure.
+ * @param model_dir  the model directory
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
+ */
 MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyeball(const char* model_dir);
 
-/** Opens the eyelash aligner from the "eyelash/" files of `model_dir`. NULL on failure. */
+/**
+ * Opens the eyelash aligner from the "eyelash/" files of `model_dir`. NULL on failure.
+ * @param model_dir  the model directory
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
+ */
 MERIDIAN_MODERN_API meridian_eye_aligner* meridian_eye_aligner_open_eyelash(const char* model_dir);
 
-/** Closes an aligner; NULL is ignored. */
+/**
+ * Closes an aligner; NULL is ignored.
+ * @param aligner  the handle to close; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_eye_aligner_close(meridian_eye_aligner* aligner);
 
-/** Vertices of each output (M, the export correspondence's entries); 0 for NULL. */
+/**
+ * Vertices of each output (M, the export correspondence's entries); 0 for NULL.
+ * @param aligner  the handle, or NULL
+ * @return M; 0 for NULL
+ */
 MERIDIAN_MODERN_API size_t
 meridian_eye_aligner_output_vertex_count(const meridian_eye_aligner* aligner);
 
@@ -343,12 +427,18 @@ meridian_eye_aligner_output_vertex_count(const meridian_eye_aligner* aligner);
  * @param head_count  3 * 20481
  * @param out         receives 3 x M floats, coordinate r of vertex j at r*M + j
  * @param out_count   3 * M
+ * @param aligner  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_eye_aligner_run(meridian_eye_aligner* aligner,
                                                              const float* head, size_t head_count,
                                                              float* out, size_t out_count);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the handle's last failed call ("" after a success).
+ * @param aligner  the handle, or NULL
+ * @return the message ("" after a success), never NULL
+ */
 MERIDIAN_MODERN_API const char* meridian_eye_aligner_last_error(
     const meridian_eye_aligner* aligner);
 
@@ -473,11 +563,17 @@ typedef struct meridian_frame_intake {
  * Opens a frame selection: loads the landmark provider (`provider_path`, or
  * NULL for "libcv_face" found the usual way) and its model from
  * `model_dir`. NULL on failure (see meridian_open_error).
+ * @param model_dir      the model directory
+ * @param provider_path  the provider library, or NULL for "libcv_face" found the usual way
+ * @return the handle, or NULL on failure (see meridian_open_status and meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_frame_selection* meridian_frame_selection_open(
     const char* model_dir, const char* provider_path);
 
-/** Closes a frame selection; NULL is ignored. */
+/**
+ * Closes a frame selection; NULL is ignored.
+ * @param selection  the handle to close; NULL is ignored
+ */
 MERIDIAN_MODERN_API void meridian_frame_selection_close(meridian_frame_selection* selection);
 
 /**
@@ -487,12 +583,19 @@ MERIDIAN_MODERN_API void meridian_frame_selection_close(meridian_frame_selection
  *                   (row y, column x) at (y*width + x)*3 + c
  * @param bgr_count  height * width * 3
  * @param intake     receives the outcome
+ * @param selection  the handle
+ * @param width      pixels per row
+ * @param height     rows
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_frame_selection_add(
     meridian_frame_selection* selection, int32_t frame_id, const uint8_t* bgr, size_t width,
     size_t height, size_t bgr_count, meridian_frame_intake* intake);
 
-/** Frames a choice names (4): front, yaw -25, yaw +25, up. */
+/**
+ * Frames a choice names (4): front, yaw -25, yaw +25, up.
+ * @return 4
+ */
 MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
 
 /**
@@ -501,6 +604,8 @@ MERIDIAN_MODERN_API size_t meridian_frame_selection_choice_count(void);
  * @param ids_count  4
  * MERIDIAN_INCOMPLETE (ids untouched) when a bucket holds no frame; the
  * message names the first empty one.
+ * @param selection  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
     meridian_frame_selection* selection, int32_t* ids, size_t ids_count);
@@ -510,15 +615,28 @@ MERIDIAN_MODERN_API meridian_status meridian_frame_selection_choose(
  * capture_dir + "/jpg/1.jpg", "2.jpg", ... (as many as that folder holds
  * regular files) are offered as frame ids 0, 1, ...; a file that cannot be
  * read is skipped. Then chooses as meridian_frame_selection_choose does.
+ * @param selection    the handle
+ * @param capture_dir  the capture folder, holding jpg/
+ * @param ids          receives 4 frame ids: front, yaw -25, yaw +25, up
+ * @param ids_count    4
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
  */
 MERIDIAN_MODERN_API meridian_status meridian_frame_selection_run_capture(
     meridian_frame_selection* selection, const char* capture_dir, int32_t* ids, size_t ids_count);
 
-/** Forgets every stored frame. */
+/**
+ * Forgets every stored frame.
+ * @param selection  the handle
+ * @return MERIDIAN_OK, or the failure's status (the message in the handle's last error)
+ */
 MERIDIAN_MODERN_API meridian_status
 meridian_frame_selection_clear(meridian_frame_selection* selection);
 
-/** The message of the handle's last failed call ("" after a success). */
+/**
+ * The message of the handle's last failed call ("" after a success).
+ * @param selection  the handle, or NULL
+ * @return the message ("" after a success), never NULL
+ */
 MERIDIAN_MODERN_API const char* meridian_frame_selection_last_error(
     const meridian_frame_selection* selection);
 
@@ -540,9 +658,9 @@ typedef struct meridian_asset_report {
     int32_t eye_scale_clamped;         /**< 1 when the 0.9..1.1 clamp changed it */
     double region_max_displacement[5]; /**< per blendshape region, largest vertex move (m) */
     double bounds_min[3];              /**< bounding box of every vertex, glTF frame (m) */
-    double bounds_max[3];
-    uint64_t non_finite_positions; /**< non-finite position and morph-offset coordinates */
-    uint64_t non_finite_normals;   /**< non-finite normal coordinates */
+    double bounds_max[3];              /**< its maximum corner; bounds_min is the minimum */
+    uint64_t non_finite_positions;     /**< non-finite position and morph-offset coordinates */
+    uint64_t non_finite_normals;       /**< non-finite normal coordinates */
 } meridian_asset_report;
 
 /**

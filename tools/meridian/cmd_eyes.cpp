@@ -169,12 +169,14 @@ void runEyes(const EyesOptions& options) {
     outputs.add(headOut, objText({&headMesh, &posed[0], &posed[1]}));
     exportMesh(eyeballTemplate, eyeballsOut, eyeballs, outputs);
     const Mesh lashMesh = exportMesh(lashTemplate, lashesOut, lashes, outputs);
-    writeEyesPreview(previewOut,
-                     {{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
-                      {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
-                      {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
-                      {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}},
-                     &outputs);
+    std::vector<PreviewLayer> layers{{headMesh.vertices, headMesh.faces, {0.72, 0.72, 0.72}, 0.0},
+                                     {posed[0].vertices, posed[0].faces, {0.35, 0.6, 1.0}, 0.2},
+                                     {posed[1].vertices, posed[1].faces, {0.35, 0.6, 1.0}, 0.2},
+                                     {lashMesh.vertices, lashMesh.faces, {0.9, 0.3, 0.1}, 0.2}};
+    layers[0].name = "head";
+    layers[1].name = layers[2].name = "eyeballs, posed by the fit";
+    layers[3].name = "eyelashes, aligned";
+    writeEyesPreview(previewOut, std::move(layers), &outputs);
     outputs.commit();
     std::cout << "wrote " << headOut << " (head and both posed eyeballs)\n";
     std::cout << "wrote " << eyeballsOut << " (" << eyeballs.cols()

@@ -18,9 +18,13 @@ View labelled(View view, const char* label) {
 
 }  // namespace
 
-void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& layers,
+void writeEyesPreview(const std::string& path, std::vector<PreviewLayer> layers,
                       kestrel::meridian::AtomicFileSet* outputs) {
     if (layers.empty()) throw CommandError("nothing to draw in " + path);
+    // Smooth shading: flat shading let the head's small, steep faces at the
+    // socket rims and the nose stand out as shards around the eyes.
+    for (PreviewLayer& layer : layers)
+        if (layer.normals.cols() != layer.vertices.cols()) layer.normals = vertexNormals(layer);
     std::vector<cv::Mat> panels;
     for (const View& view : {kFront, kSide})
         panels.push_back(drawView(view, layers, extentOf(view, layers, 0, 1, 0.0), kPanelHeight));
@@ -35,6 +39,7 @@ void writeEyesPreview(const std::string& path, const std::vector<PreviewLayer>& 
         panels.push_back(drawView(labelled(kSide, "side, cut through an eye"), layers,
                                   extentOf(kSide, layers, 1, 2, 0.4), kPanelHeight, section));
     }
+    panels.push_back(colourKeyPanel(layers, kPanelHeight));
     writePanels(path, panels, outputs);
 }
 

@@ -94,6 +94,49 @@ cv::Mat drawView(const View& view, const std::vector<PreviewLayer>& layers, cons
     return panel.image;
 }
 
+Eigen::Matrix3Xd vertexNormals(const PreviewLayer& layer) {
+    Eigen::Matrix3Xd normals = Eigen::Matrix3Xd::Zero(3, layer.vertices.cols());
+    for (Eigen::Index f = 0; f < layer.faces.cols(); ++f) {
+        const Eigen::Vector3d a = layer.vertices.col(layer.faces(0, f));
+        // Twice the face's area times its unit normal.
+        const Eigen::Vector3d weighted = (layer.vertices.col(layer.faces(1, f)) - a)
+                                             .cross(layer.vertices.col(layer.faces(2, f)) - a);
+        for (int k = 0; k < 3; ++k) normals.col(layer.faces(k, f)) += weighted;
+    }
+    for (Eigen::Index v = 0; v < normals.cols(); ++v) {
+        const double length = normals.col(v).norm();
+        if (length > 0) normals.col(v) /= length;
+    }
+    return normals;
+}
+
+cv::Mat colourKeyPanel(const std::vector<PreviewLayer>& layers, int height) {
+    std::vector<const PreviewLayer*> listed;
+    for (const PreviewLayer& layer : layers)
+        if (!layer.name.empty() &&
+            std::none_of(listed.begin(), listed.end(),
+                         [&](const PreviewLayer* seen) { return seen->name == layer.name; }))
+            listed.push_back(&layer);
+    constexpr int kRow = 24, kSwatch = 14, kFont = cv::FONT_HERSHEY_SIMPLEX;
+    constexpr double kScale = 0.5;
+    int width = 0;
+    for (const PreviewLayer* layer : listed) {
+        int baseline = 0;
+        width = std::max(width, cv::getTextSize(layer->name, kFont, kScale, 1, &baseline).width);
+    }
+    cv::Mat panel(height, 8 + kSwatch + 8 + width + kMargin, CV_8UC3, cv::Scalar(40, 40, 40));
+    cv::putText(panel, "colour key", cv::Point(8, 20), kFont, kScale, cv::Scalar(230, 230, 230));
+    int top = 20 + kRow / 2;
+    for (const PreviewLayer* layer : listed) {
+        const cv::Rect swatch(8, top + (kRow - kSwatch) / 2, kSwatch, kSwatch);
+        cv::rectangle(panel, swatch, shaded(layer->colour, 1.0), cv::FILLED);
+        cv::putText(panel, layer->name, cv::Point(8 + kSwatch + 8, top + kRow - 7), kFont, kScale,
+                    cv::Scalar(230, 230, 230));
+        top += kRow;
+    }
+    return panel;
+}
+
 void writePanels(const std::string& path, const std::vector<cv::Mat>& panels,
                  kestrel::meridian::AtomicFileSet* outputs) {
     cv::Mat all;

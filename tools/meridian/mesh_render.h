@@ -27,7 +27,19 @@ struct PreviewLayer {
     double depthBias = 0.0;
     /// 3 by #V vertex normals for smooth shading; 3 by 0 shades each face flat.
     Eigen::Matrix3Xd normals = Eigen::Matrix3Xd(3, 0);
+    /// What the layer shows, for the picture's colour key; empty: not listed.
+    std::string name = {};
 };
+
+/// 3 by #V vertex normals of `layer`: each vertex's faces' normals, weighted
+/// by the faces' areas, normalised. Shading by them instead of by each
+/// face's own normal keeps small, steep faces (a crease at a socket rim, a
+/// fold of a few triangles) from standing out as light or dark shards.
+Eigen::Matrix3Xd vertexNormals(const PreviewLayer& layer);
+
+/// A panel `height` pixels tall holding the colour key of the named layers:
+/// one swatch and name per distinct name, in layer order.
+cv::Mat colourKeyPanel(const std::vector<PreviewLayer>& layers, int height);
 
 /// A view: screen right, screen up and the direction toward the viewer.
 struct View {

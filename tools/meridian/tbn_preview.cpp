@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include <Eigen/Geometry>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -18,6 +19,9 @@ namespace {
 
 constexpr int kPanelHeight = 640;
 constexpr int kMargin = 16;
+// Toward the viewer, and toward a light at the viewer's upper left.
+const Eigen::Vector3d kTowardViewer(0, -1, 0);
+const Eigen::Vector3d kLight = Eigen::Vector3d(-0.5, -1.0, 0.6).normalized();
 
 cv::Vec3b toPixel(double red, double green, double blue) {
     auto byte = [](double v) {
@@ -67,24 +71,40 @@ void writeNormalPreview(const std::string& path, const Eigen::Matrix3Xd& vertice
             return toPixel(0.5 + 0.5 * n.x(), 0.5 + 0.5 * n.y(), 0.5 + 0.5 * n.z());
         });
         rasterise(corners, litDepth, lit, [&](const double(&w)[3]) {
-            // Toward the viewer is -y. Which way the normals should face
-            // depends on the texture layout; that they all face the same
-            // way is what shows here.
-            const double facing = -normalAt(w).y();
-            const double light = 0.15 + 0.85 * std::abs(facing);
-            return facing > 0 ? toPixel(light, 0.55 * light, 0.2 * light)
-                              : toPixel(0.6 * light, 0.75 * light, light);
+            // The frames point into the head; the viewer's convention is
+            // outward, so the surface is lit by the flipped normal.
+            const Eigen::Vector3d outward = -normalAt(w);
+            const double light = 0.2 + 0.8 * std::max(0.0, outward.dot(kLight));
+            return outward.dot(kTowardViewer) >= 0 ? toPixel(light, 0.93 * light, 0.85 * light)
+                                                   : toPixel(light, 0.1 * light, 0.1 * light);
         });
     }
     const cv::Scalar text(230, 230, 230);
-    cv::putText(colours, "rgb = 0.5 + 0.5 n", cv::Point(8, 20), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                text);
-    cv::putText(lit, "brightness |n.view|", cv::Point(8, 20), cv::FONT_HERSHEY_SIMPLEX, 0.45, text);
-    cv::putText(lit, "blue: n away from viewer", cv::Point(8, 38), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                text);
-    cv::putText(lit, "orange: n toward viewer", cv::Point(8, 56), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                text);
-    writePanels(path, {colours, lit}, outputs);
+    cv::Mat panels;
+    cv::hconcat(std::vector<cv::Mat>{colours, lit}, panels);
+    // Panel titles above, the frames' convention below, off the head.
+    cv::Mat titles(2 * 18 + 8, panels.cols, CV_8UC3, cv::Scalar(40, 40, 40));
+    const auto title = [&](int column, int line, const char* words) {
+        cv::putText(titles, words, cv::Point(column + 8, 18 + 18 * line), cv::FONT_HERSHEY_SIMPLEX,
+                    0.45, text);
+    };
+    title(0, 0, "n as written: rgb = 0.5 + 0.5 n");
+    title(colours.cols, 0, "lit by -n (outward), light upper left");
+    title(colours.cols, 1, "red: -n faces away (a flipped frame)");
+    cv::Mat caption(5 * 18 + 12, panels.cols, CV_8UC3, cv::Scalar(40, 40, 40));
+    const char* lines[] = {
+        "Frames as written (the head asset's convention): tangent t = (1, 0, 0);",
+        "normal n = -(mean of the faces' T x B), pointing INTO the head here;",
+        "bitangent b = -(n' x (1, 0, 0)) with n' the unnegated mean normal.",
+        "Components above 0.99 in magnitude are written as +-1, below 0.001 as -0.",
+        "So n faces away from you on the front; -n is the outward normal a viewer expects.",
+    };
+    for (int line = 0; line < 5; ++line)
+        cv::putText(caption, lines[line], cv::Point(8, 18 + 18 * line), cv::FONT_HERSHEY_SIMPLEX,
+                    0.45, text);
+    cv::Mat picture;
+    cv::vconcat(std::vector<cv::Mat>{titles, panels, caption}, picture);
+    writePanels(path, {picture}, outputs);
 }
 
 }  // namespace meridian::cli
