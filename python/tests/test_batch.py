@@ -31,9 +31,14 @@ def environment(**extra):
     return env
 
 
-def run_batch(arguments, **extra):
-    return subprocess.run([sys.executable, "-m", "meridian.batch"] + arguments,
-                          env=environment(**extra), capture_output=True, text=True, timeout=600)
+def run_batch(arguments, installed_script=False, **extra):
+    """Runs the batch as `python3 -m meridian.batch`, or through the
+    `meridian-batch` script that the install puts on the path (whose
+    worker processes import it again as their main module)."""
+    command = ([sys.executable, str(ROOT / "tools" / "meridian-batch")] if installed_script
+               else [sys.executable, "-m", "meridian.batch"])
+    return subprocess.run(command + arguments, env=environment(**extra), capture_output=True,
+                          text=True, timeout=600)
 
 
 def rows_of(out):
@@ -115,7 +120,7 @@ def test_local_cluster_exports_good_heads_and_reports_bad_ones(tmp_path, model, 
 
     # Resume: nothing to do. A changed input is done again; --force redoes all.
     again = run_batch(["--model", str(model), "--out", str(out), "--workers", "1", str(root)]
-                      + OPTIONS)
+                      + OPTIONS, installed_script=True)
     assert "2 exported (2 failed), 10 skipped" in again.stderr, again.stderr
     changed = good[0]
     original = changed.read_text()
