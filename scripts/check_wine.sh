@@ -7,7 +7,9 @@
 #     the debug writer writes (CRLF on Windows, in text mode);
 #   - the frame selection on both with the provider double (libcv_face.dll /
 #     libcv_face.so) replaying the landmarks the real provider found on the
-#     capture: the same four frames chosen.
+#     capture: the same four frames chosen;
+#   - the cross-built GoogleTest executables (tests/windows/), each run once,
+#     beside the DLLs and the provider double.
 # Needs the Linux build (MERIDIAN_BUILD_DIR, default build/) and the
 # cross-build of scripts/check_windows.sh (MERIDIAN_WINDOWS_BUILD_DIR,
 # default build-windows/).
@@ -76,4 +78,36 @@ done
 [ "$(ls "$work/out-linux" | wc -l)" = "$(ls "$work/out-windows" | wc -l)" ] || status=1
 echo "compared: $(ls "$work/out-linux" | tr '\n' ' ')"
 [ "$status" = 0 ] && echo "Windows and Linux outputs agree"
+
+# The test suite: one run of each executable (not one process per test
+# case: Wine's start-up would dominate). The blendshape demo data is written
+# once by the Windows writer, where the demo tests look for it (relative to
+# their working folder): the tests recompute the demo face with the
+# platform's own maths library, whose last bits may differ from glibc's.
+# Cases left out on Windows (docs/windows.md says why): the legacy text
+# files are written and read in text mode (CRLF, and CR LF folded on
+# reading), expected messages built with '/' where Windows joins with '\',
+# and a fixture that copies a folder onto an existing one, which mingw's
+# std::filesystem refuses.
+windows_excluded_cases="DebugPose.AnglesTurnAboutZYXWithTheSecondNegatedAnd314ForPi"
+windows_excluded_cases+=":ObjReaderVertexLines.ReadAndRewriteOnlyVLines"
+windows_excluded_cases+=":CorrespondenceLoad.FileGrammarEdgeCases"
+windows_excluded_cases+=":TbnModel.FixedEngineFailedInitsKeepAnEngineWithoutFaces"
+windows_excluded_cases+=":ModernApi.FailedOpensGiveCodesAndMessagesPerThreadAndPrintNothing"
+windows_excluded_cases+=":EyeAligners.VerticesInNeitherSideListKeepTheWholePlacement"
+windows_excluded_cases+=":EyeAlignerInit.EveryIndexIsCheckedAgainstItsTable"
+cp "$windows/bin/meridian_api.dll" "$windows/bin"/meridian_*tests.exe \
+  "$windows/bin/meridian_write_demo_model.exe" "$work/windows/"
+(cd "$work/windows" && "$wine" meridian_write_demo_model.exe blendshape-demo-model </dev/null >/dev/null)
+for test_program in "$work/windows"/meridian_*tests.exe; do
+  name="$(basename "$test_program")"
+  if (cd "$work/windows" && "$wine" "$name" --gtest_brief=1 \
+          --gtest_filter="-$windows_excluded_cases" </dev/null >"$work/$name.log" 2>&1); then
+    echo "$name: $(grep -a 'PASSED' "$work/$name.log" | tr -d '\r')"
+  else
+    tr -d '\r' <"$work/$name.log" | tail -n 40
+    echo "$name failed under Wine"
+    status=1
+  fi
+done
 exit "$status"

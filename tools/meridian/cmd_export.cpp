@@ -13,7 +13,9 @@
 #include "asset/head_export.h"
 #include "cli_common.h"
 #include "commands.h"
+#if MERIDIAN_CLI_WITH_OPENCV
 #include "export_preview.h"
+#endif
 #include "io/input_error.h"
 #include "io/model_check.h"
 
@@ -85,6 +87,10 @@ void runExport(const ExportOptions& options) {
     requireModelDirectory(options.model);
     requireFinitePositive("--metres-per-unit", options.metresPerUnit);
     requireWritable(options.out);
+#if !MERIDIAN_CLI_WITH_OPENCV
+    if (!options.preview.empty())
+        throw CommandError("--preview draws the asset with OpenCV, which this build was made without");
+#endif
     if (!options.preview.empty()) requireWritable(options.preview);
 
     ex::StageLog log([](const std::string& stage) { std::cout << stage << " ..." << std::endl; });
@@ -112,11 +118,13 @@ void runExport(const ExportOptions& options) {
             outputs.add(options.out, glb);
             if (options.preview.empty()) outputs.commit();
         });
+#if MERIDIAN_CLI_WITH_OPENCV
         if (!options.preview.empty())
             log.run("preview", [&] {
                 writeExportPreview(glb, options.out, options.preview, outputs);
                 outputs.commit();
             });
+#endif
         std::cout << "wrote " << options.out << ": " << exporter.engineVertexCount()
                   << " head vertices in engine order, " << asset.head.targets.size()
                   << " morph targets, " << asset.parts.size() << " eye meshes" << std::endl;
