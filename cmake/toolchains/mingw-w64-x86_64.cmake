@@ -21,6 +21,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(Eigen3_DIR /usr/share/eigen3/cmake CACHE PATH "Eigen's CMake package (header-only, host)")
+# TinyGLTF compiled for the target from Debian's header (cmake/windows/).
+set(TinyGLTF_DIR ${CMAKE_CURRENT_LIST_DIR}/../windows CACHE PATH "TinyGLTF for the target")
 
 # The DLLs and the programs carry the GCC runtime inside: nothing to ship
 # beside them.

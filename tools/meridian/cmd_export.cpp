@@ -16,6 +16,7 @@
 #if MERIDIAN_CLI_WITH_OPENCV
 #include "export_preview.h"
 #endif
+#include "io/atomic_file.h"
 #include "io/input_error.h"
 #include "io/model_check.h"
 
