@@ -79,6 +79,17 @@ done
 echo "compared: $(ls "$work/out-linux" | tr '\n' ' ')"
 [ "$status" = 0 ] && echo "Windows and Linux outputs agree"
 
+# The depth images of the capture: tinyexr on Windows, OpenEXR on Linux,
+# the same floats.
+cp "$windows/bin/meridian_dump_depth.exe" "$work/windows/"
+"$build/bin/meridian_dump_depth" "$work/capture" "$work/depth-linux.bin"
+(cd "$work" && "$wine" windows/meridian_dump_depth.exe capture depth-windows.bin </dev/null)
+if cmp "$work/depth-linux.bin" "$work/depth-windows.bin"; then
+  echo "depth images: Windows (tinyexr) and Linux (OpenEXR) read the same values"
+else
+  status=1
+fi
+
 # The tool: meridian.exe beside the Linux meridian, on the same inputs.
 # `demo` writes the same files; their numbers come from the platform's own
 # trigonometry (glibc against msvcrt), so values may differ in the last

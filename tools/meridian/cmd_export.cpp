@@ -90,7 +90,8 @@ void runExport(const ExportOptions& options) {
     requireWritable(options.out);
 #if !MERIDIAN_CLI_WITH_OPENCV
     if (!options.preview.empty())
-        throw CommandError("--preview draws the asset with OpenCV, which this build was made without");
+        throw CommandError(
+            "--preview draws the asset with OpenCV, which this build was made without");
 #endif
     if (!options.preview.empty()) requireWritable(options.preview);
 
