@@ -8,8 +8,11 @@
 #   - the frame selection on both with the provider double (libcv_face.dll /
 #     libcv_face.so) replaying the landmarks the real provider found on the
 #     capture: the same four frames chosen;
+#   - the capture's depth images read by tinyexr (Windows) and OpenEXR (Linux);
+#   - meridian.exe's demo, swap and export against the Linux tool's;
 #   - the cross-built GoogleTest executables (tests/windows/), each run once,
-#     beside the DLLs and the provider double.
+#     beside the DLLs and the provider double;
+#   - the fuzz targets' corpus replays.
 # Needs the Linux build (MERIDIAN_BUILD_DIR, default build/) and the
 # cross-build of scripts/check_windows.sh (MERIDIAN_WINDOWS_BUILD_DIR,
 # default build-windows/).
@@ -156,4 +159,17 @@ for test_program in "$work/windows"/meridian_*tests.exe; do
     status=1
   fi
 done
+# The fuzz targets' corpora and past findings, replayed on Windows too.
+for replay in "$windows/bin"/fuzz_replay_*.exe; do
+  [ -e "$replay" ] || continue
+  target="${replay##*/fuzz_replay_}"
+  target="${target%.exe}"
+  if ! "$wine" "$replay" "$root/fuzz/corpus/$target" "$root/fuzz/regressions/$target" \
+    </dev/null >"$work/fuzz-$target.log" 2>&1; then
+    tr -d '\r' <"$work/fuzz-$target.log" | tail -n 20
+    echo "fuzz replay $target failed under Wine"
+    status=1
+  fi
+done
+echo "fuzz replays under Wine: $(ls "$windows/bin"/fuzz_replay_*.exe 2>/dev/null | wc -l) targets"
 exit "$status"
