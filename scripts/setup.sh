@@ -13,7 +13,8 @@ packages=(build-essential cmake libeigen3-dev libopencv-dev libcli11-dev
 # Python tests, install check, docs check, Windows cross-build, fuzzing, valgrind.
 if [ "${MERIDIAN_CI_PACKAGES:-0}" = 1 ]; then
   packages+=(python3 python3-pytest python3-dask python3-distributed python3-tqdm pkgconf doxygen
-             g++-mingw-w64-x86-64 libstb-dev wine64
+             g++-mingw-w64-x86-64 libstb-dev wine64 libtinyexr-dev libz-mingw-w64-dev
+             nlohmann-json3-dev
              clang-14 libclang-rt-14-dev valgrind)
   # node runs the glTF validator of the export test; a node from elsewhere
   # (with its own npm) is kept.

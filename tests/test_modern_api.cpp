@@ -319,5 +319,55 @@ TEST(ModernAssetBuilder, BuildsTheToolsAssetToBytesAndAtomicallyToAPathWithItsFi
     for (double moved : report.region_max_displacement) EXPECT_EQ(moved, 0.0);  // skipped
 }
 
+TEST(ModernAssetBuilder, StagedCallsTellEachStageAndBuildTheSameAsset) {
+    const std::vector<float> sample = planar(meridian::demo::sampleHead());
+    auto record = [](const char* stage, void* user) {
+        static_cast<std::vector<std::string>*>(user)->push_back(stage);
+    };
+    std::vector<std::string> plainGlb, stagedGlb;
+    std::vector<std::string> openStages, buildStages;
+    meridian_asset_summary summary{};
+    const std::string printed = printedBy([&] {
+        meridian_asset_builder* plain = meridian_asset_builder_open(model().c_str(), 0, 1, 0.0);
+        meridian_asset_builder* staged =
+            meridian_asset_builder_open_staged(model().c_str(), 0, 1, 0.0, record, &openStages);
+        ASSERT_NE(plain, nullptr) << meridian_open_error();
+        ASSERT_NE(staged, nullptr) << meridian_open_error();
+        ASSERT_EQ(meridian_asset_builder_build(plain, sample.data(), sample.size(), nullptr),
+                  MERIDIAN_OK);
+        ASSERT_EQ(meridian_asset_builder_build_staged(staged, sample.data(), sample.size(), nullptr,
+                                                      record, &buildStages, &summary),
+                  MERIDIAN_OK)
+            << meridian_asset_builder_last_error(staged);
+        // No callback and no summary are fine too.
+        EXPECT_EQ(meridian_asset_builder_build_staged(staged, sample.data(), sample.size(), nullptr,
+                                                      nullptr, nullptr, nullptr),
+                  MERIDIAN_OK);
+        EXPECT_EQ(meridian_asset_builder_build_staged(staged, sample.data(), 3, nullptr, record,
+                                                      &buildStages, &summary),
+                  MERIDIAN_INVALID_ARGUMENT);
+        for (auto [builder, glbs] : {std::pair{plain, &plainGlb}, std::pair{staged, &stagedGlb}}) {
+            std::vector<uint8_t> bytes(meridian_asset_builder_glb_size(builder));
+            ASSERT_EQ(meridian_asset_builder_copy_glb(builder, bytes.data(), bytes.size()),
+                      MERIDIAN_OK);
+            glbs->push_back(bytesOf(bytes));
+            meridian_asset_builder_close(builder);
+        }
+    });
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(meridian_asset_builder_build_staged(nullptr, sample.data(), sample.size(), nullptr,
+                                                  nullptr, nullptr, nullptr),
+              MERIDIAN_NOT_LOADED);
+    ASSERT_EQ(stagedGlb.size(), 1u);
+    ASSERT_EQ(plainGlb.size(), 1u);
+    EXPECT_TRUE(stagedGlb[0] == plainGlb[0]);
+    EXPECT_FALSE(openStages.empty());
+    EXPECT_EQ(buildStages,
+              (std::vector<std::string>{"head swap", "eyes", "head normals and targets"}));
+    EXPECT_EQ(summary.head_vertices, 20864u);
+    EXPECT_EQ(summary.morph_targets, 0u);
+    EXPECT_EQ(summary.eye_meshes, 4u);
+}
+
 }  // namespace
 #endif

@@ -21,11 +21,17 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(Eigen3_DIR /usr/share/eigen3/cmake CACHE PATH "Eigen's CMake package (header-only, host)")
+# TinyGLTF compiled for the target from Debian's header (cmake/windows/).
+set(TinyGLTF_DIR ${CMAKE_CURRENT_LIST_DIR}/../windows CACHE PATH "TinyGLTF for the target")
 
-# The DLL carries the GCC runtime inside: nothing to ship beside it.
+# The DLLs and the programs carry the GCC runtime inside: nothing to ship
+# beside them.
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static-libgcc -static-libstdc++ -static")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static-libgcc -static-libstdc++ -static")
 
 set(MERIDIAN_WITH_OPENCV OFF CACHE BOOL "OpenCV and dlib have no Windows build in Debian")
 set(MERIDIAN_BUILD_TOOLS OFF CACHE BOOL "The tool draws its pictures with OpenCV")
-set(MERIDIAN_BUILD_TESTS OFF CACHE BOOL "The test suite needs Linux")
+# The tests that need neither OpenCV, the tool nor POSIX process calls,
+# against GoogleTest built from Debian's sources (tests/windows/).
+set(MERIDIAN_BUILD_TESTS ON CACHE BOOL "Cross-build the tests that run under Wine")
 set(MERIDIAN_BUILD_BENCH OFF CACHE BOOL "Google Benchmark has no Windows build in Debian")

@@ -798,6 +798,39 @@ meridian_asset_builder_write_glb(meridian_asset_builder* builder, const char* pa
 MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
     const meridian_asset_builder* builder);
 
+/**
+ * Told the name of each stage of an asset builder's open or build as the
+ * stage starts (e.g. "head swap", "eyes"); a stage ends where the next one
+ * starts or the call returns. Called on the caller's thread.
+ */
+typedef void (*meridian_stage_callback)(const char* stage, void* user);
+
+/** What the last build put in the asset. */
+typedef struct meridian_asset_summary {
+    uint64_t head_vertices; /**< vertices of the head, in engine order */
+    uint64_t morph_targets; /**< the head's morph targets (0 without blendshapes) */
+    uint64_t eye_meshes;    /**< eyeball and eyelash meshes (0 without eyes) */
+} meridian_asset_summary;
+
+/**
+ * meridian_asset_builder_open, telling `on_stage` (may be NULL) each loading
+ * stage as it starts.
+ */
+MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open_staged(
+    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit,
+    meridian_stage_callback on_stage, void* user);
+
+/**
+ * meridian_asset_builder_build, telling `on_stage` (may be NULL) each stage
+ * as it starts, and filling `summary` (may be NULL) on success.
+ * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
+ * @param head_count  3 * 20481
+ */
+MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_staged(
+    meridian_asset_builder* builder, const float* head, size_t head_count,
+    meridian_asset_report* report, meridian_stage_callback on_stage, void* user,
+    meridian_asset_summary* summary);
+
 #ifdef __cplusplus
 }
 #endif

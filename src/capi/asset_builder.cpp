@@ -313,3 +313,93 @@ extern "C" MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
     const meridian_asset_builder* builder) {
     return lastErrorOf(builder);
 }
+
+// Builder calls that tell a caller (the tool) each stage as it starts, and
+// what the asset holds.
+#if defined(MERIDIAN_WITH_ASSET)
+
+namespace {
+
+ex::StageLog stageLog(meridian_stage_callback onStage, void* user) {
+    if (onStage == nullptr) return ex::StageLog();
+    return ex::StageLog(
+        [onStage, user](const std::string& stage) { onStage(stage.c_str(), user); });
+}
+
+}  // namespace
+
+extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open_staged(
+    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit,
+    meridian_stage_callback on_stage, void* user) {
+    return openHandle<meridian_asset_builder>([&](meridian_asset_builder& builder, Error& error) {
+        error = checkPath(model_dir, "the model directory");
+        if (error) return false;
+        if (!(metres_per_unit >= 0) || !std::isfinite(metres_per_unit)) {
+            error = {ErrorCode::invalidArgument, "", "metres per unit must be finite and >= 0"};
+            return false;
+        }
+        checkModel(model_dir, {ModelTask::headSwap, ModelTask::engineHeadMesh});
+        if (with_blendshapes) checkModel(model_dir, ModelTask::blendshapes);
+        if (with_eyes)
+            checkModel(model_dir,
+                       {ModelTask::eyeballFit, ModelTask::eyeballAligner, ModelTask::eyelashAligner,
+                        ModelTask::eyeballExportMesh, ModelTask::eyelashExportMesh});
+        ex::ExportSettings settings;
+        settings.modelDir = model_dir;
+        settings.blendshapes = with_blendshapes != 0;
+        settings.eyes = with_eyes != 0;
+        if (metres_per_unit > 0) settings.transform.metresPerUnit = metres_per_unit;
+        ex::StageLog log = stageLog(on_stage, user);
+        try {
+            builder.exporter = std::make_unique<ex::HeadExporter>(settings, log);
+        } catch (const ex::ExportError& e) {
+            error = {ErrorCode::cannotOpen, model_dir, e.what()};
+            return false;
+        }
+        return true;
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_staged(
+    meridian_asset_builder* builder, const float* head, size_t head_count,
+    meridian_asset_report* report, meridian_stage_callback on_stage, void* user,
+    meridian_asset_summary* summary) {
+    return runCall(builder, [&]() -> Error {
+        if (Error error = checkHead(head, head_count)) return error;
+        const std::vector<float> input(head, head + head_count);
+        ex::StageLog log = stageLog(on_stage, user);
+        ex::HeadAsset asset;
+        try {
+            asset = builder->exporter->run(input, log);
+        } catch (const ex::ExportError& e) {
+            return {ErrorCode::internal, "", e.what()};
+        }
+        std::ostringstream glb;
+        if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
+            return {ErrorCode::internal, "", "the asset could not be encoded"};
+        builder->glb = glb.str();
+        if (report) fillReport(builder->exporter->quality(input, asset), *report);
+        if (summary) {
+            summary->head_vertices = static_cast<uint64_t>(builder->exporter->engineVertexCount());
+            summary->morph_targets = asset.head.targets.size();
+            summary->eye_meshes = asset.parts.size();
+        }
+        return {};
+    });
+}
+
+#else
+
+extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open_staged(
+    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit,
+    meridian_stage_callback, void*) {
+    return meridian_asset_builder_open(model_dir, with_blendshapes, with_eyes, metres_per_unit);
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_staged(
+    meridian_asset_builder*, const float*, size_t, meridian_asset_report*, meridian_stage_callback,
+    void*, meridian_asset_summary*) {
+    return MERIDIAN_NOT_LOADED;
+}
+
+#endif

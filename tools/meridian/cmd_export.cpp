@@ -1,35 +1,37 @@
 // `meridian export`: a reconstructed head to one binary glTF 2.0 head asset
 // (engine-order head with UVs and seamless normals, the regional
-// blendshapes as morph targets, eyeballs and eyelashes), through the C
-// interface.
+// blendshapes as morph targets, eyeballs and eyelashes), through the modern
+// C interface's asset builder.
+#include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "asset/head_export.h"
+#include "asset/model_to_gltf.h"
 #include "cli_common.h"
 #include "commands.h"
+#if MERIDIAN_CLI_WITH_OPENCV
 #include "export_preview.h"
+#endif
+#include "io/atomic_file.h"
 #include "io/input_error.h"
 #include "io/model_check.h"
+#include "modern_handles.h"
 
 namespace meridian::cli {
 
 namespace {
 
-namespace fs = std::filesystem;
-namespace ex = meridian::exporter;
+using AssetBuilderHandle = OwnedHandle<meridian_asset_builder, meridian_asset_builder_close>;
 
 struct ExportOptions {
     std::string model;
     std::string in;
     std::string out;
     std::vector<std::string> skip;
-    double metresPerUnit = ex::kDefaultMetresPerUnit;
+    double metresPerUnit = meridian::exporter::kDefaultMetresPerUnit;
     std::string preview;
 };
 
@@ -39,26 +41,54 @@ bool skips(const ExportOptions& options, const char* part) {
     return false;
 }
 
-std::string skipHint(ex::AssetPart part) {
-    switch (part) {
-        case ex::AssetPart::kBlendshapes:
-            return " (leave the blendshapes out with --skip blendshapes)";
-        case ex::AssetPart::kEyes:
-            return " (leave the eyes out with --skip eyes)";
-        default:
-            return "";
-    }
-}
+const char* const kBlendshapesHint = " (leave the blendshapes out with --skip blendshapes)";
+const char* const kEyesHint = " (leave the eyes out with --skip eyes)";
 
-void printStageTimes(const std::vector<ex::StageTime>& times) {
-    double total = 0.0;
-    std::printf("stage times:\n");
-    for (const ex::StageTime& t : times) {
-        std::printf("  %-26s %9.1f ms\n", t.name.c_str(), 1e3 * t.seconds);
-        total += t.seconds;
+/// The stages of an export as they start (printed as "name ...") and the
+/// time of each: a stage ends where the next starts, or at finish().
+class StageClock {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    void start(const std::string& name) {
+        finish();
+        std::cout << name << " ..." << std::endl;
+        current_ = name;
+        started_ = Clock::now();
+        running_ = true;
     }
-    std::printf("  %-26s %9.1f ms\n", "total", 1e3 * total);
-}
+    void finish() {
+        if (!running_) return;
+        const std::chrono::duration<double> took = Clock::now() - started_;
+        times_.push_back({current_, took.count()});
+        running_ = false;
+    }
+    /// For the builder's stage callback; `user` is the clock.
+    static void onStage(const char* stage, void* user) {
+        static_cast<StageClock*>(user)->start(stage);
+    }
+    template <typename Work>
+    void run(const std::string& name, Work&& work) {
+        start(name);
+        work();
+        finish();
+    }
+    void print() const {
+        double total = 0.0;
+        std::printf("stage times:\n");
+        for (const auto& [name, seconds] : times_) {
+            std::printf("  %-26s %9.1f ms\n", name.c_str(), 1e3 * seconds);
+            total += seconds;
+        }
+        std::printf("  %-26s %9.1f ms\n", "total", 1e3 * total);
+    }
+
+  private:
+    std::vector<std::pair<std::string, double>> times_;
+    std::string current_;
+    Clock::time_point started_;
+    bool running_ = false;
+};
 
 /// Every model file the asked parts read, strictly, before any engine loads.
 void checkExportModel(const ExportOptions& options) {
@@ -68,7 +98,7 @@ void checkExportModel(const ExportOptions& options) {
         if (!skips(options, "blendshapes"))
             km::checkModel(options.model, km::ModelTask::blendshapes);
     } catch (const km::InputError& e) {
-        throw CommandError(e.what() + skipHint(ex::AssetPart::kBlendshapes));
+        throw CommandError(e.what() + std::string(kBlendshapesHint));
     }
     try {
         if (!skips(options, "eyes"))
@@ -77,7 +107,7 @@ void checkExportModel(const ExportOptions& options) {
                             km::ModelTask::eyelashAligner, km::ModelTask::eyeballExportMesh,
                             km::ModelTask::eyelashExportMesh});
     } catch (const km::InputError& e) {
-        throw CommandError(e.what() + skipHint(ex::AssetPart::kEyes));
+        throw CommandError(e.what() + std::string(kEyesHint));
     }
 }
 
@@ -85,46 +115,53 @@ void runExport(const ExportOptions& options) {
     requireModelDirectory(options.model);
     requireFinitePositive("--metres-per-unit", options.metresPerUnit);
     requireWritable(options.out);
+#if !MERIDIAN_CLI_WITH_OPENCV
+    if (!options.preview.empty())
+        throw CommandError(
+            "--preview draws the asset with OpenCV, which this build was made without");
+#endif
     if (!options.preview.empty()) requireWritable(options.preview);
 
-    ex::StageLog log([](const std::string& stage) { std::cout << stage << " ..." << std::endl; });
+    StageClock clock;
     std::vector<float> head;
-    log.run("read input", [&] { head = readHeadPlanar(options.in); });
-    log.run("strict model check", [&] { checkExportModel(options); });
+    clock.run("read input", [&] { head = readHeadPlanar(options.in); });
+    clock.run("strict model check", [&] { checkExportModel(options); });
 
-    ex::ExportSettings settings;
-    settings.modelDir = options.model;
-    settings.blendshapes = !skips(options, "blendshapes");
-    settings.eyes = !skips(options, "eyes");
-    settings.transform.metresPerUnit = options.metresPerUnit;
-    try {
-        const ex::HeadExporter exporter(settings, log);
-        const ex::HeadAsset asset = exporter.run(head, log);
-        // The asset and its preview appear together, or neither does: the
-        // preview is drawn from the encoded bytes before anything is written.
-        kestrel::meridian::AtomicFileSet outputs;
-        std::string glb;
-        log.run("write glTF", [&] {
-            const tinygltf::Model model = ex::buildGltfModel(asset);
-            std::ostringstream encoded(std::ios::binary);
-            if (!ex::writeGlb(model, encoded)) throw CommandError("cannot encode " + options.out);
-            glb = encoded.str();
-            outputs.add(options.out, glb);
-            if (options.preview.empty()) outputs.commit();
+    const AssetBuilderHandle builder(requireOpened(
+        meridian_asset_builder_open_staged(options.model.c_str(), !skips(options, "blendshapes"),
+                                           !skips(options, "eyes"), options.metresPerUnit,
+                                           &StageClock::onStage, &clock),
+        "the asset builder"));
+    meridian_asset_summary summary{};
+    const meridian_status built = meridian_asset_builder_build_staged(
+        builder.get(), head.data(), head.size(), nullptr, &StageClock::onStage, &clock, &summary);
+    clock.finish();
+    if (built != MERIDIAN_OK) throw CommandError(meridian_asset_builder_last_error(builder.get()));
+
+    // The asset and its preview appear together, or neither does: the
+    // preview is drawn from the encoded bytes before anything is written.
+    kestrel::meridian::AtomicFileSet outputs;
+    std::string glb;
+    clock.run("write glTF", [&] {
+        glb.resize(meridian_asset_builder_glb_size(builder.get()));
+        requireOk(meridian_asset_builder_copy_glb(
+                      builder.get(), reinterpret_cast<uint8_t*>(glb.data()), glb.size()),
+                  "encoding " + options.out, meridian_asset_builder_last_error(builder.get()));
+        outputs.add(options.out, glb);
+        if (options.preview.empty()) outputs.commit();
+    });
+#if MERIDIAN_CLI_WITH_OPENCV
+    if (!options.preview.empty())
+        clock.run("preview", [&] {
+            writeExportPreview(glb, options.out, options.preview, outputs);
+            outputs.commit();
         });
-        if (!options.preview.empty())
-            log.run("preview", [&] {
-                writeExportPreview(glb, options.out, options.preview, outputs);
-                outputs.commit();
-            });
-        std::cout << "wrote " << options.out << ": " << exporter.engineVertexCount()
-                  << " head vertices in engine order, " << asset.head.targets.size()
-                  << " morph targets, " << asset.parts.size() << " eye meshes" << std::endl;
-        if (!options.preview.empty()) std::cout << "wrote " << options.preview << std::endl;
-    } catch (const ex::ExportError& e) {
-        throw CommandError(e.what() + skipHint(e.part));
-    }
-    printStageTimes(log.times());
+#endif
+    std::cout << "wrote " << options.out << ": " << summary.head_vertices
+              << " head vertices in engine order, " << summary.morph_targets << " morph targets, "
+              << summary.eye_meshes << " eye meshes" << std::endl;
+    if (!options.preview.empty()) std::cout << "wrote " << options.preview << std::endl;
+    clock.print();
 }
 
 }  // namespace
@@ -147,7 +184,7 @@ void addExportCommand(CLI::App& app) {
     // Checked in runExport (finite, above 0), so a bad value is one "error:" line.
     command->add_option("--metres-per-unit", options->metresPerUnit,
                         "Metres per model unit, finite and above 0 (default " +
-                            std::to_string(ex::kDefaultMetresPerUnit) + ")");
+                            std::to_string(meridian::exporter::kDefaultMetresPerUnit) + ")");
     command->add_option("--preview", options->preview,
                         outputHelp("Also draw the written asset, read back, to this PNG"));
     command->callback([options] { runExport(*options); });

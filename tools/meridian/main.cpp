@@ -6,6 +6,7 @@
 
 #include "cli_common.h"
 #include "commands.h"
+#include "commands_without_pictures.h"
 #include "meridian/meridian_api.h"
 
 int main(int argc, char** argv) {
@@ -20,11 +21,17 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     meridian::cli::addDemoCommand(app);
     meridian::cli::addSwapCommand(app);
+#if MERIDIAN_CLI_WITH_OPENCV
     meridian::cli::addTbnCommand(app);
     meridian::cli::addEyesCommand(app);
     meridian::cli::addRgbdCommands(app);
     meridian::cli::addBlendshapesCommand(app);
+#else
+    meridian::cli::addCommandsThatNeedOpenCv(app);
+#endif
+#if MERIDIAN_CLI_WITH_OPENCV || MERIDIAN_CLI_WITH_EXPORT
     meridian::cli::addExportCommand(app);
+#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
