@@ -73,44 +73,19 @@ Error writeAtomically(const std::string& bytes, const std::string& path) {
     return {};
 }
 
-extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(
-    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit) {
-    return openHandle<meridian_asset_builder>([&](meridian_asset_builder& builder, Error& error) {
-        error = checkPath(model_dir, "the model directory");
-        if (error) return false;
-        if (!(metres_per_unit >= 0) || !std::isfinite(metres_per_unit)) {
-            error = {ErrorCode::invalidArgument, "", "metres per unit must be finite and >= 0"};
-            return false;
-        }
-        // Every file the asked parts read, strictly, before any engine loads.
-        checkModel(model_dir, {ModelTask::headSwap, ModelTask::engineHeadMesh});
-        if (with_blendshapes) checkModel(model_dir, ModelTask::blendshapes);
-        if (with_eyes)
-            checkModel(model_dir,
-                       {ModelTask::eyeballFit, ModelTask::eyeballAligner, ModelTask::eyelashAligner,
-                        ModelTask::eyeballExportMesh, ModelTask::eyelashExportMesh});
-        ex::ExportSettings settings;
-        settings.modelDir = model_dir;
-        settings.blendshapes = with_blendshapes != 0;
-        settings.eyes = with_eyes != 0;
-        if (metres_per_unit > 0) settings.transform.metresPerUnit = metres_per_unit;
-        ex::StageLog log;
-        try {
-            builder.exporter = std::make_unique<ex::HeadExporter>(settings, log);
-        } catch (const ex::ExportError& e) {
-            error = {ErrorCode::cannotOpen, model_dir, e.what()};
-            return false;
-        }
-        return true;
-    });
+ex::StageLog stageLog(meridian_stage_callback onStage, void* user) {
+    if (onStage == nullptr) return ex::StageLog();
+    return ex::StageLog(
+        [onStage, user](const std::string& stage) { onStage(stage.c_str(), user); });
 }
 
-/// The .glb of one head, and its figures when `report` is not null.
+/// The .glb of one head, its figures when `report` is not null, and what
+/// it holds when `summary` is not null; `log` hears each stage start.
 /// shapes: the head's blendshapes as generateBatch wrote them, or null
 Error buildOne(const ex::HeadExporter& exporter, const float* head, const float* shapes,
-               std::string& glbBytes, meridian_asset_report* report) {
+               ex::StageLog& log, std::string& glbBytes, meridian_asset_report* report,
+               meridian_asset_summary* summary = nullptr) {
     const std::vector<float> input(head, head + CBlendshapeEngine::kHeadFloats);
-    ex::StageLog log;
     ex::HeadAsset asset;
     try {
         asset = exporter.run(input, shapes, log);
@@ -122,6 +97,11 @@ Error buildOne(const ex::HeadExporter& exporter, const float* head, const float*
         return {ErrorCode::internal, "", "the asset could not be encoded"};
     glbBytes = glb.str();
     if (report) fillReport(exporter.quality(input, asset), *report);
+    if (summary) {
+        summary->head_vertices = static_cast<uint64_t>(exporter.engineVertexCount());
+        summary->morph_targets = asset.head.targets.size();
+        summary->eye_meshes = asset.parts.size();
+    }
     return {};
 }
 
@@ -141,14 +121,8 @@ meridian_asset_builder_set_thread_count(meridian_asset_builder* builder, unsigne
 extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_asset_builder_build(meridian_asset_builder* builder, const float* head, size_t head_count,
                              meridian_asset_report* report) {
-    return runCall(builder, [&]() -> Error {
-        if (Error error = checkHead(head, head_count)) return error;
-        std::vector<std::string> glbs(1);
-        if (Error error = buildOne(*builder->exporter, head, nullptr, glbs[0], report))
-            return error;
-        builder->glbs = std::move(glbs);
-        return {};
-    });
+    return meridian_asset_builder_build_staged(builder, head, head_count, report, nullptr, nullptr,
+                                               nullptr);
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_batch(
@@ -183,10 +157,11 @@ extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_batc
             engine->generateBatch(heads, static_cast<int>(batch_size), shapes.data());
         }
         std::vector<std::string> glbs(batch_size);
+        ex::StageLog log;
         for (size_t k = 0; k < batch_size; ++k)
             if (Error error = buildOne(*builder->exporter, heads + k * headFloats,
                                        shapes.empty() ? nullptr : shapes.data() + k * shapeFloats,
-                                       glbs[k], reports ? reports + k : nullptr)) {
+                                       log, glbs[k], reports ? reports + k : nullptr)) {
                 error.message = "head " + std::to_string(k) + ": " + error.message;
                 return error;
             }
@@ -315,18 +290,8 @@ extern "C" MERIDIAN_MODERN_API const char* meridian_asset_builder_last_error(
 }
 
 // Builder calls that tell a caller (the tool) each stage as it starts, and
-// what the asset holds.
+// what the asset holds; the plain calls are these without a listener.
 #if defined(MERIDIAN_WITH_ASSET)
-
-namespace {
-
-ex::StageLog stageLog(meridian_stage_callback onStage, void* user) {
-    if (onStage == nullptr) return ex::StageLog();
-    return ex::StageLog(
-        [onStage, user](const std::string& stage) { onStage(stage.c_str(), user); });
-}
-
-}  // namespace
 
 extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open_staged(
     const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit,
@@ -338,6 +303,7 @@ extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_op
             error = {ErrorCode::invalidArgument, "", "metres per unit must be finite and >= 0"};
             return false;
         }
+        // Every file the asked parts read, strictly, before any engine loads.
         checkModel(model_dir, {ModelTask::headSwap, ModelTask::engineHeadMesh});
         if (with_blendshapes) checkModel(model_dir, ModelTask::blendshapes);
         if (with_eyes)
@@ -360,30 +326,24 @@ extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_op
     });
 }
 
+extern "C" MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open(
+    const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit) {
+    return meridian_asset_builder_open_staged(model_dir, with_blendshapes, with_eyes,
+                                              metres_per_unit, nullptr, nullptr);
+}
+
 extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_staged(
     meridian_asset_builder* builder, const float* head, size_t head_count,
     meridian_asset_report* report, meridian_stage_callback on_stage, void* user,
     meridian_asset_summary* summary) {
     return runCall(builder, [&]() -> Error {
         if (Error error = checkHead(head, head_count)) return error;
-        const std::vector<float> input(head, head + head_count);
         ex::StageLog log = stageLog(on_stage, user);
-        ex::HeadAsset asset;
-        try {
-            asset = builder->exporter->run(input, log);
-        } catch (const ex::ExportError& e) {
-            return {ErrorCode::internal, "", e.what()};
-        }
-        std::ostringstream glb;
-        if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
-            return {ErrorCode::internal, "", "the asset could not be encoded"};
-        builder->glb = glb.str();
-        if (report) fillReport(builder->exporter->quality(input, asset), *report);
-        if (summary) {
-            summary->head_vertices = static_cast<uint64_t>(builder->exporter->engineVertexCount());
-            summary->morph_targets = asset.head.targets.size();
-            summary->eye_meshes = asset.parts.size();
-        }
+        std::vector<std::string> glbs(1);
+        if (Error error =
+                buildOne(*builder->exporter, head, nullptr, log, glbs[0], report, summary))
+            return error;
+        builder->glbs = std::move(glbs);
         return {};
     });
 }
