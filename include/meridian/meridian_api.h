@@ -813,18 +813,31 @@ typedef struct meridian_asset_summary {
 } meridian_asset_summary;
 
 /**
- * meridian_asset_builder_open, telling `on_stage` (may be NULL) each loading
- * stage as it starts.
+ * meridian_asset_builder_open, telling `on_stage` each loading stage as it
+ * starts.
+ * @param model_dir         the model directory
+ * @param with_blendshapes  nonzero: morph targets from the model's "BS/" data
+ * @param with_eyes         nonzero: eyeball and eyelash meshes
+ * @param metres_per_unit   model units to metres; 0 for the default (0.0026)
+ * @param on_stage          told each stage's name as it starts (may be NULL)
+ * @param user              passed to `on_stage` unchanged
+ * @return the builder, or NULL on failure (see meridian_open_error)
  */
 MERIDIAN_MODERN_API meridian_asset_builder* meridian_asset_builder_open_staged(
     const char* model_dir, int with_blendshapes, int with_eyes, double metres_per_unit,
     meridian_stage_callback on_stage, void* user);
 
 /**
- * meridian_asset_builder_build, telling `on_stage` (may be NULL) each stage
- * as it starts, and filling `summary` (may be NULL) on success.
+ * meridian_asset_builder_build, telling `on_stage` each stage as it starts,
+ * and saying what the asset holds.
+ * @param builder     the builder
  * @param head        3 x 20481 floats, coordinate r of vertex j at r*20481 + j
  * @param head_count  3 * 20481
+ * @param report      receives the asset's figures (may be NULL)
+ * @param on_stage    told each stage's name as it starts (may be NULL)
+ * @param user        passed to `on_stage` unchanged
+ * @param summary     receives what the asset holds on success (may be NULL)
+ * @return as meridian_asset_builder_build
  */
 MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_staged(
     meridian_asset_builder* builder, const float* head, size_t head_count,
