@@ -65,21 +65,27 @@ def load():
     with lock:
         if _library is not None:
             return _library
-        tried = []
-        for candidate in _candidates():
-            if os.path.isabs(candidate) and not os.path.exists(candidate):
-                tried.append(candidate)
-                continue
-            try:
-                library = ctypes.CDLL(candidate)
-            except OSError as error:
-                tried.append(f"{candidate} ({error})")
-                continue
-            _declare(library)
-            _library, _library_path = library, getattr(library, "_name", candidate)
-            return library
-        raise OSError("cannot find the meridian library; set MERIDIAN_LIBRARY to its path. "
-                      "Tried: " + "; ".join(tried))
+        library, candidate = open_first(_candidates(), "the meridian library",
+                                        "MERIDIAN_LIBRARY")
+        _declare(library)
+        _library, _library_path = library, getattr(library, "_name", candidate)
+        return library
+
+
+def open_first(candidates, what, variable):
+    """The first of `candidates` (paths or bare names) that loads, with the
+    name it loaded by; OSError naming every one tried, and the environment
+    variable that names the file, when none does."""
+    tried = []
+    for candidate in candidates:
+        if os.path.isabs(candidate) and not os.path.exists(candidate):
+            tried.append(candidate)
+            continue
+        try:
+            return ctypes.CDLL(candidate), candidate
+        except OSError as error:
+            tried.append(f"{candidate} ({error})")
+    raise OSError(f"cannot find {what}; set {variable} to its path. Tried: " + "; ".join(tried))
 
 
 def _declare(lib):

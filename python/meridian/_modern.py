@@ -60,21 +60,11 @@ def load():
     with _library.lock:
         if _api is not None:
             return _api
-        tried = []
-        for candidate in _candidates():
-            if os.path.isabs(candidate) and not os.path.exists(candidate):
-                tried.append(candidate)
-                continue
-            try:
-                api = ctypes.CDLL(candidate)
-            except OSError as error:
-                tried.append(f"{candidate} ({error})")
-                continue
-            _declare(api)
-            _api = api
-            return api
-        raise OSError("cannot find the meridian_api library; set MERIDIAN_API_LIBRARY to its "
-                      "path. Tried: " + "; ".join(tried))
+        api, _ = _library.open_first(_candidates(), "the meridian_api library",
+                                     "MERIDIAN_API_LIBRARY")
+        _declare(api)
+        _api = api
+        return api
 
 
 def _declare(api):

@@ -131,25 +131,11 @@ extern "C" MERIDIAN_MODERN_API meridian_status meridian_asset_builder_build_batc
     return runCall(builder, [&]() -> Error {
         constexpr size_t headFloats = CBlendshapeEngine::kHeadFloats;
         constexpr size_t shapeFloats = CBlendshapeEngine::kShapeFloats;
-        if (batch_size == 0) return {ErrorCode::invalidArgument, "", "the batch has no heads"};
-        if (batch_size > static_cast<size_t>(INT_MAX) || batch_size > SIZE_MAX / shapeFloats)
-            return {ErrorCode::invalidArgument, "",
-                    "a batch of " + std::to_string(batch_size) + " heads is too large"};
-        if (heads == nullptr) return {ErrorCode::invalidArgument, "", "the heads are NULL"};
-        if (heads_count != batch_size * headFloats)
-            return {ErrorCode::invalidArgument, "",
-                    "the heads have " + std::to_string(heads_count) + " floats; " +
-                        std::to_string(batch_size) + " template heads have " +
-                        std::to_string(batch_size * headFloats) + " (3 x 20481 each)"};
+        if (Error error = checkHeadBatch(heads, heads_count, batch_size, shapeFloats)) return error;
         if (reports != nullptr && reports_count != batch_size)
             return {ErrorCode::invalidArgument, "",
                     "the reports have room for " + std::to_string(reports_count) +
                         " heads; the batch has " + std::to_string(batch_size)};
-        for (size_t k = 0; k < batch_size; ++k)
-            if (Error error = checkHead(heads + k * headFloats, headFloats)) {
-                error.message = "head " + std::to_string(k) + ": " + error.message;
-                return error;
-            }
         // One pass over the basis rows serves every head of the batch.
         std::vector<float> shapes;
         if (const CBlendshapeEngine* engine = builder->exporter->blendshapeEngine()) {

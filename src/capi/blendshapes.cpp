@@ -61,23 +61,8 @@ extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_blendshapes_run_batch(meridian_blendshapes* shapes, const float* heads, size_t heads_count,
                                size_t batch_size, float* out, size_t out_count) {
     return runCall(shapes, [&]() -> Error {
-        constexpr size_t headFloats = CBlendshapeEngine::kHeadFloats;
         constexpr size_t shapeFloats = CBlendshapeEngine::kShapeFloats;
-        if (batch_size == 0) return {ErrorCode::invalidArgument, "", "the batch has no heads"};
-        if (batch_size > static_cast<size_t>(INT_MAX) || batch_size > SIZE_MAX / shapeFloats)
-            return {ErrorCode::invalidArgument, "",
-                    "a batch of " + std::to_string(batch_size) + " heads is too large"};
-        if (heads == nullptr) return {ErrorCode::invalidArgument, "", "the heads are NULL"};
-        if (heads_count != batch_size * headFloats)
-            return {ErrorCode::invalidArgument, "",
-                    "the heads have " + std::to_string(heads_count) + " floats; " +
-                        std::to_string(batch_size) + " template heads have " +
-                        std::to_string(batch_size * headFloats) + " (3 x 20481 each)"};
-        for (size_t k = 0; k < batch_size; ++k)
-            if (Error error = checkHead(heads + k * headFloats, headFloats)) {
-                error.message = "head " + std::to_string(k) + ": " + error.message;
-                return error;
-            }
+        if (Error error = checkHeadBatch(heads, heads_count, batch_size, shapeFloats)) return error;
         if (Error error = checkOutput(out, out_count, batch_size * shapeFloats, "the output"))
             return error;
         shapes->engine->generateBatch(heads, static_cast<int>(batch_size), out);

@@ -1,6 +1,8 @@
 #include "capi/handle_support.h"
 
+#include <climits>
 #include <cmath>
+#include <cstdint>
 
 #include "common/template_head.h"
 #include "meridian/version.h"
@@ -43,6 +45,27 @@ Error errorOf(const InputError& refused) {
 Error checkModelDirectory(const char* modelDir, std::initializer_list<ModelTask> tasks) {
     if (Error error = checkPath(modelDir, "the model directory")) return error;
     checkModel(modelDir, tasks);  // throws InputError, turned into the error by guarded()
+    return {};
+}
+
+Error checkHeadBatch(const float* heads, size_t count, size_t batchSize,
+                     size_t outputFloatsPerHead) {
+    constexpr size_t headFloats = kTemplateHeadFloats;
+    if (batchSize == 0) return {ErrorCode::invalidArgument, "", "the batch has no heads"};
+    if (batchSize > static_cast<size_t>(INT_MAX) || batchSize > SIZE_MAX / outputFloatsPerHead)
+        return {ErrorCode::invalidArgument, "",
+                "a batch of " + std::to_string(batchSize) + " heads is too large"};
+    if (heads == nullptr) return {ErrorCode::invalidArgument, "", "the heads are NULL"};
+    if (count != batchSize * headFloats)
+        return {ErrorCode::invalidArgument, "",
+                "the heads have " + std::to_string(count) + " floats; " +
+                    std::to_string(batchSize) + " template heads have " +
+                    std::to_string(batchSize * headFloats) + " (3 x 20481 each)"};
+    for (size_t k = 0; k < batchSize; ++k)
+        if (Error error = checkHead(heads + k * headFloats, headFloats)) {
+            error.message = "head " + std::to_string(k) + ": " + error.message;
+            return error;
+        }
     return {};
 }
 

@@ -88,6 +88,13 @@ Error checkModelDirectory(const char* modelDir, std::initializer_list<ModelTask>
 /// A template head: not null, exactly 3 * 20481 floats, all finite.
 Error checkHead(const float* head, size_t count);
 
+/// K heads one after another (head k at k * 3 * 20481): K at least 1 and
+/// small enough that K * `outputFloatsPerHead` floats can be counted, not
+/// null, exactly K template heads long, every head as checkHead wants it
+/// (a message names the head).
+Error checkHeadBatch(const float* heads, size_t count, size_t batchSize,
+                     size_t outputFloatsPerHead);
+
 /// An output array: not null and exactly `expected` elements long.
 Error checkOutput(const void* out, size_t count, size_t expected, const char* what);
 
