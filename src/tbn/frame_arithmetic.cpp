@@ -20,6 +20,11 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
 
 }  // namespace
 
+simd::Level frameKernelLevel() {
+    const simd::Level widest = simd::widestLevel();
+    return widest == simd::Level::avx512 ? simd::Level::avx2 : widest;
+}
+
 std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 const Eigen::MatrixXd& uvFaces,
                                                 const Eigen::MatrixXd& uv, Eigen::Index vertexCount,
