@@ -128,6 +128,20 @@ tinygltf::Model buildGltfModel(const HeadAsset& asset) {
     model.asset.generator = "meridian export";
     model.asset.extras = asset.extras;
     BufferWriter writer(model);
+    // The buffer's final size, so it is allocated once rather than grown
+    // (and copied) array by array; every array is whole 4-byte components.
+    size_t bytes = 0;
+    const auto count = [&](const MeshNode& part) {
+        bytes += sizeof(float) *
+                 static_cast<size_t>(part.positions.size() + part.normals.size() + part.uvs.size());
+        bytes += sizeof(uint32_t) * static_cast<size_t>(part.faces.size());
+        for (const MorphTarget& target : part.targets)
+            bytes += sizeof(float) * static_cast<size_t>(target.positionOffsets.size() +
+                                                         target.normalOffsets.size());
+    };
+    count(asset.head);
+    for (const MeshNode& part : asset.parts) count(part);
+    model.buffers[0].data.reserve(bytes);
     std::map<std::string, int> materials;
 
     const int head = addMeshNode(asset.head, model, writer, materials);
