@@ -70,9 +70,9 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 DeterminantGuard guard, FrameTopology& topology);
 
 /// The widest kernel the frame passes use on this processor: the widest it
-/// has, but no wider than AVX2: eight lanes do not speed up the lane-by-lane
-/// loads and the divisions the passes wait on, and the AVX-512 passes
-/// measured 8-13% slower than the AVX2 ones (BM_FramePassesByKernel).
+/// has, but no wider than AVX2: on an AVX-512 processor the AVX-512 passes
+/// measured 8-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
+/// they stay reachable by naming the level.
 simd::Level frameKernelLevel();
 
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
