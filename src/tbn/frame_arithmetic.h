@@ -71,7 +71,7 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 
 /// The widest kernel the frame passes use on this processor: the widest it
 /// has, but no wider than AVX2: on an AVX-512 processor the AVX-512 passes
-/// measured 8-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
+/// measured 6-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
 /// they stay reachable by naming the level.
 simd::Level frameKernelLevel();
 
