@@ -2,6 +2,7 @@
 // `meridian export` as a user runs it on the demo model without its
 // blendshape data.
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "asset/engine_mesh.h"
 #include "asset/export_error.h"
 #include "asset/eye_sides.h"
+#include "asset/gltf_asset.h"
 #include "demo/demo_model.h"
 #include "export_fixtures.h"
 #include "eyes_fixtures.h"
@@ -69,6 +71,42 @@ TEST(SeamlessNormals, CopiesShareTheNormalOfTheWholeSurfaceAroundThem) {
     blended.triangles = {0, 1, 2, 0, 1, 2, 0, 1, 2};
     blended.weights = {0.2, 0.3, 0.5, 0.2, 0.3, 0.5, 0.5, 0.3, 0.2};
     EXPECT_EQ(ex::copyIds(blended), (std::vector<int>{0, 0, 1}));
+}
+
+// The bounds of positions and of target offsets, as their rows' minCoeff
+// and maxCoeff give them: signed zeros and ties resolved by folding each row
+// first to last, a morph target's as the mesh's.
+TEST(GltfBounds, FollowEachRowsMinAndMaxCoefficients) {
+    Eigen::Matrix3Xf values(3, 6);
+    values << 0.0f, -0.0f, 1.5f, -2.0f, 0.0f, 1.5f,  //
+        -0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f,       //
+        3.0f, 3.0f, -1.0f, 7.0f, -1.0f, -0.0f;
+    ex::HeadAsset asset;
+    asset.head.name = "head";
+    asset.head.positions = values;
+    asset.head.normals = Eigen::Matrix3Xf::Zero(3, 6);
+    asset.head.faces = (Eigen::Matrix3Xi(3, 2) << 0, 3, 1, 4, 2, 5).finished();
+    asset.head.targets.push_back({"reversed", values.rowwise().reverse(), asset.head.normals});
+    asset.head.targets.push_back({"single", values.leftCols(1), values.leftCols(1)});
+    const tinygltf::Model model = ex::buildGltfModel(asset);
+    const tinygltf::Primitive& primitive = model.meshes.at(0).primitives.at(0);
+    const auto expectBounds = [&](int accessor, const Eigen::Matrix3Xf& of, const char* what) {
+        const tinygltf::Accessor& a = model.accessors.at(static_cast<size_t>(accessor));
+        ASSERT_EQ(a.minValues.size(), 3u) << what;
+        ASSERT_EQ(a.maxValues.size(), 3u) << what;
+        for (int r = 0; r < 3; ++r) {
+            const float low = of.row(r).minCoeff(), high = of.row(r).maxCoeff();
+            EXPECT_EQ(a.minValues[r], low) << what << " row " << r;
+            EXPECT_EQ(std::signbit(a.minValues[r]), std::signbit(low)) << what << " row " << r;
+            EXPECT_EQ(a.maxValues[r], high) << what << " row " << r;
+            EXPECT_EQ(std::signbit(a.maxValues[r]), std::signbit(high)) << what << " row " << r;
+        }
+    };
+    expectBounds(primitive.attributes.at("POSITION"), values, "positions");
+    expectBounds(primitive.targets.at(0).at("POSITION"), values.rowwise().reverse(), "reversed");
+    expectBounds(primitive.targets.at(1).at("POSITION"), values.leftCols(1), "single column");
+    EXPECT_TRUE(model.accessors.at(static_cast<size_t>(primitive.attributes.at("NORMAL")))
+                    .minValues.empty());
 }
 
 TEST(EyeSides, FacesGoWithTheSideOfTheMeshVerticesTheyCopy) {

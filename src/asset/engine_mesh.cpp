@@ -83,13 +83,30 @@ Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen:
                               c = positions.col(faces(2, f));
         // Twice the face's area along its normal: larger faces weigh more.
         const Eigen::Vector3d weighted = (b - a).cross(c - a);
-        for (int k = 0; k < 3; ++k) sums.col(copyOf[static_cast<size_t>(faces(k, f))]) += weighted;
+        // One component at a time: a packed add here would reload what the
+        // previous face just stored through a wider load (a stalled store
+        // forward on every corner).
+        for (int k = 0; k < 3; ++k) {
+            double* sum = sums.data() + 3 * copyOf[static_cast<size_t>(faces(k, f))];
+            sum[0] += weighted.x();
+            sum[1] += weighted.y();
+            sum[2] += weighted.z();
+        }
     }
     Eigen::Matrix3Xd normals(3, positions.cols());
     for (Eigen::Index v = 0; v < positions.cols(); ++v) {
         const Eigen::Vector3d sum = sums.col(copyOf[static_cast<size_t>(v)]);
         const double length = sum.norm();
-        normals.col(v) = length > 0.0 ? Eigen::Vector3d(sum / length) : Eigen::Vector3d::UnitY();
+        double* normal = normals.data() + 3 * v;
+        if (length > 0.0) {
+            normal[0] = sum.x() / length;
+            normal[1] = sum.y() / length;
+            normal[2] = sum.z() / length;
+        } else {
+            normal[0] = 0.0;
+            normal[1] = 1.0;
+            normal[2] = 0.0;
+        }
     }
     return normals;
 }

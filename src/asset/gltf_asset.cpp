@@ -1,5 +1,7 @@
 #include "gltf_asset.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -26,10 +28,23 @@ class BufferWriter {
                 Rows == 2 ? TINYGLTF_TYPE_VEC2 : TINYGLTF_TYPE_VEC3, values.cols(),
                 TINYGLTF_TARGET_ARRAY_BUFFER);
         if (bounds && values.cols() > 0) {
+            // One pass over the columns rather than two per row; each row
+            // folds its values first to last with std::min / std::max, as a
+            // row's minCoeff / maxCoeff do.
+            std::array<float, Rows> low, high;
+            for (int r = 0; r < Rows; ++r) low[r] = high[r] = values(r, 0);
+            const float* column = values.data();
+            for (Eigen::Index c = 1; c < values.cols(); ++c) {
+                column += Rows;
+                for (int r = 0; r < Rows; ++r) {
+                    low[r] = std::min(low[r], column[r]);
+                    high[r] = std::max(high[r], column[r]);
+                }
+            }
             tinygltf::Accessor& a = model_.accessors[static_cast<size_t>(accessor)];
             for (int r = 0; r < Rows; ++r) {
-                a.minValues.push_back(values.row(r).minCoeff());
-                a.maxValues.push_back(values.row(r).maxCoeff());
+                a.minValues.push_back(low[r]);
+                a.maxValues.push_back(high[r]);
             }
         }
         return accessor;
@@ -128,6 +143,20 @@ tinygltf::Model buildGltfModel(const HeadAsset& asset) {
     model.asset.generator = "meridian export";
     model.asset.extras = asset.extras;
     BufferWriter writer(model);
+    // The buffer's final size, so it is allocated once rather than grown
+    // (and copied) array by array; every array is whole 4-byte components.
+    size_t bytes = 0;
+    const auto count = [&](const MeshNode& part) {
+        bytes += sizeof(float) *
+                 static_cast<size_t>(part.positions.size() + part.normals.size() + part.uvs.size());
+        bytes += sizeof(uint32_t) * static_cast<size_t>(part.faces.size());
+        for (const MorphTarget& target : part.targets)
+            bytes += sizeof(float) * static_cast<size_t>(target.positionOffsets.size() +
+                                                         target.normalOffsets.size());
+    };
+    count(asset.head);
+    for (const MeshNode& part : asset.parts) count(part);
+    model.buffers[0].data.reserve(bytes);
     std::map<std::string, int> materials;
 
     const int head = addMeshNode(asset.head, model, writer, materials);

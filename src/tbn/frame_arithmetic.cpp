@@ -1,6 +1,6 @@
 #include "tbn/frame_arithmetic.h"
 
-#include <memory>
+#include <vector>
 
 #include "tbn/frame_kernels.h"
 
@@ -19,6 +19,11 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
 }
 
 }  // namespace
+
+simd::Level frameKernelLevel() {
+    const simd::Level widest = simd::widestLevel();
+    return widest == simd::Level::avx512 ? simd::Level::avx2 : widest;
+}
 
 std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 const Eigen::MatrixXd& uvFaces,
@@ -81,9 +86,12 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
                                     topology.dv2.data(),
                                     topology.r.data(),
                                     faceCount};
-    const std::unique_ptr<double[]> buffer(new double[3 * faceCount]);
-    const kernels::PlanarNormals normals{buffer.get(), buffer.get() + faceCount,
-                                         buffer.get() + 2 * faceCount};
+    // Kept by the thread between calls: frames are asked for frame after
+    // frame, and a fresh megabyte each time costs its page faults.
+    thread_local std::vector<double> buffer;
+    if (buffer.size() < 3 * faceCount) buffer.resize(3 * faceCount);
+    const kernels::PlanarNormals normals{buffer.data(), buffer.data() + faceCount,
+                                         buffer.data() + 2 * faceCount};
     size_t f = 0;
     switch (level) {
 #if MERIDIAN_SIMD_X86

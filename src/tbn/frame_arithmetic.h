@@ -69,6 +69,12 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
                                                 const Eigen::MatrixXd& uv, Eigen::Index vertexCount,
                                                 DeterminantGuard guard, FrameTopology& topology);
 
+/// The widest kernel the frame passes use on this processor: the widest it
+/// has, but no wider than AVX2: on an AVX-512 processor the AVX-512 passes
+/// measured 6-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
+/// they stay reachable by naming the level.
+simd::Level frameKernelLevel();
+
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).
@@ -77,7 +83,7 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 /// level:      must be available (simd::levelAvailable); every level gives
 ///             the same bits
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
-                          double* normalSums, simd::Level level = simd::widestLevel());
+                          double* normalSums, simd::Level level = frameKernelLevel());
 
 /// The clamp applied to every emitted value: above 0.99 -> 1, below -0.99 ->
 /// -1, then magnitudes below 0.001 -> 0.
@@ -97,6 +103,6 @@ inline double clampFrameValue(double v) {
 /// out:        room for 9 * count floats
 /// level:      must be available; every level gives the same bits
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
-                       float* out, simd::Level level = simd::widestLevel());
+                       float* out, simd::Level level = frameKernelLevel());
 
 }  // namespace kestrel::meridian

@@ -90,12 +90,14 @@ bool TBNEngineGeneral::load(const Eigen::MatrixXd& vertices, const Eigen::Matrix
 void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlanar) const {
     constexpr Eigen::Index n = kHeadVertexCount;
     const Eigen::Index m = static_cast<Eigen::Index>(taviToHead_.size());
-    std::vector<double> positions(3 * m);
+    // Kept by the thread between calls, like the face normals.
+    thread_local std::vector<double> positions, normalSums;
+    positions.resize(3 * static_cast<size_t>(m));
+    normalSums.resize(3 * static_cast<size_t>(m));
     for (Eigen::Index i = 0; i < m; ++i) {
         const Eigen::Index head = taviToHead_[static_cast<size_t>(i)];
         for (Eigen::Index c = 0; c < 3; ++c) positions[c * m + i] = headPlanar[c * n + head];
     }
-    std::vector<double> normalSums(3 * m, 0.0);
     accumulateNormalSums(topology_, positions.data(), normalSums.data());
     writeVertexFrames(normalSums.data(), headToTavi_.data(), outputVertexCount(), framesPlanar);
 }

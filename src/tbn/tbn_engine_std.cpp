@@ -1,5 +1,6 @@
 #include "tbn/tbn_engine_std.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "common/model_paths.h"
@@ -52,8 +53,9 @@ void TBNEngineStd::clear() {
 
 void TBNEngineStd::computeFrames(const float* headPlanar, float* framesPlanar) const {
     constexpr Eigen::Index n = kHeadVertexCount;
-    const std::vector<double> positions(headPlanar, headPlanar + 3 * n);
-    std::vector<double> normalSums(3 * n, 0.0);
+    // Kept by the thread between calls, like the face normals.
+    thread_local std::vector<double> positions(3 * n), normalSums(3 * n);
+    std::copy(headPlanar, headPlanar + 3 * n, positions.begin());
     accumulateNormalSums(topology_, positions.data(), normalSums.data());
     writeVertexFrames(normalSums.data(), nullptr, n, framesPlanar);
 }
