@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <ostream>
+#include <streambuf>
 
 namespace meridian::exporter {
 
@@ -175,6 +176,43 @@ tinygltf::Model buildGltfModel(const HeadAsset& asset) {
 bool writeGlb(const tinygltf::Model& model, std::ostream& out) {
     tinygltf::TinyGLTF writer;
     return writer.WriteGltfSceneToStream(&model, out, false, true) && out.good();
+}
+
+namespace {
+
+/// A stream buffer that appends everything written to one string.
+class StringSink : public std::streambuf {
+  public:
+    explicit StringSink(std::string& bytes) : bytes_(bytes) {}
+
+  protected:
+    std::streamsize xsputn(const char* data, std::streamsize count) override {
+        bytes_.append(data, static_cast<size_t>(count));
+        return count;
+    }
+    int_type overflow(int_type c) override {
+        if (!traits_type::eq_int_type(c, traits_type::eof()))
+            bytes_.push_back(traits_type::to_char_type(c));
+        return traits_type::not_eof(c);
+    }
+
+  private:
+    std::string& bytes_;
+};
+
+}  // namespace
+
+std::string glbBytes(const tinygltf::Model& model) {
+    // The 12-byte header and two 8-byte chunk headers, the JSON (a few KB
+    // per accessor, well under 64 KB here) and the padded buffers.
+    size_t expected = 64 * 1024;
+    for (const tinygltf::Buffer& buffer : model.buffers) expected += buffer.data.size() + 4;
+    std::string bytes;
+    bytes.reserve(expected);
+    StringSink sink(bytes);
+    std::ostream out(&sink);
+    if (!writeGlb(model, out)) return {};
+    return bytes;
 }
 
 }  // namespace meridian::exporter

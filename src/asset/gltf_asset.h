@@ -55,4 +55,9 @@ tinygltf::Model buildGltfModel(const HeadAsset& asset);
 /// Returns false when the stream fails.
 bool writeGlb(const tinygltf::Model& model, std::ostream& out);
 
+/// `model` as binary glTF bytes, written once into storage sized for its
+/// buffer up front (a growing string stream moves a 4 MB asset several
+/// times, into fresh pages each time). Empty when the writer fails.
+std::string glbBytes(const tinygltf::Model& model);
+
 }  // namespace meridian::exporter

@@ -15,7 +15,6 @@ using namespace kestrel::meridian::capi;
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -92,10 +91,8 @@ Error buildOne(const ex::HeadExporter& exporter, const float* head, const float*
     } catch (const ex::ExportError& e) {
         return {ErrorCode::internal, "", e.what()};
     }
-    std::ostringstream glb;
-    if (!ex::writeGlb(ex::buildGltfModel(asset), glb))
-        return {ErrorCode::internal, "", "the asset could not be encoded"};
-    glbBytes = glb.str();
+    glbBytes = ex::glbBytes(ex::buildGltfModel(asset));
+    if (glbBytes.empty()) return {ErrorCode::internal, "", "the asset could not be encoded"};
     if (report) fillReport(exporter.quality(input, asset), *report);
     if (summary) {
         summary->head_vertices = static_cast<uint64_t>(exporter.engineVertexCount());
