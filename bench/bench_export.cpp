@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 
 #include <map>
-#include <sstream>
 #include <string>
 
 #include "asset/head_export.h"
@@ -30,10 +29,10 @@ ex::ExportSettings settings(bool blendshapes) {
 size_t exportOnce(const ex::HeadExporter& exporter, std::map<std::string, double>& seconds) {
     ex::StageLog log;
     const ex::HeadAsset asset = exporter.run(meridian::bench::sampleHeadPlanar(), log);
-    std::ostringstream glb;
-    log.run("glTF", [&] { ex::writeGlb(ex::buildGltfModel(asset), glb); });
+    std::string glb;
+    log.run("glTF", [&] { glb = ex::glbBytes(ex::buildGltfModel(asset)); });
     for (const ex::StageTime& t : log.times()) seconds[t.name] += t.seconds;
-    return glb.str().size();
+    return glb.size();
 }
 
 /// Each stage's share in percent, and its own time per export in ms (wall
