@@ -1,5 +1,6 @@
 // Head swap through the C interface, checked against a resampling computed
 // here from the numbers the test itself wrote into the model directory.
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -27,6 +28,24 @@ struct WeightedEntry {
     double w0, w1, w2;
 };
 
+void writeTemplateEntries(const TempDir& dir, const std::vector<WeightedEntry>& entries,
+                          bool pairForm) {
+    std::ostringstream text;
+    text.precision(17);
+    text << "# base " << !pairForm << "\n# element count " << entries.size()
+         << (pairForm ? "\n# a\n# b\n" : "\n# source tavi\n# target head\n# weighted\n")
+         << "# end_header\n";
+    for (size_t k = 0; k < entries.size(); ++k) {
+        const auto& e = entries[k];
+        if (pairForm)
+            text << k << ' ' << e.a << '\n';
+        else
+            text << k + 1 << ' ' << k + 1 << ' ' << e.a << ' ' << e.b << ' ' << e.c << ' ' << e.w0
+                 << ' ' << e.w1 << ' ' << e.w2 << '\n';
+    }
+    dir.write("idx_tavi2head.corresp", text.str());
+}
+
 // Head topology. Weighted form: every template vertex, then `extras`
 // vertices blended from random template triangles, written 1-based (the
 // base shifts the first two fields only; triangle corners stay 0-based) with
@@ -45,21 +64,15 @@ std::vector<WeightedEntry> writeTemplateToHead(const TempDir& dir, bool pairForm
         const double u = weight(rng), v = weight(rng) * (1 - u);
         entries.push_back({vertex(rng), vertex(rng), vertex(rng), u, v, 1 - u - v});
     }
-    std::ostringstream text;
-    text.precision(17);
-    text << "# base " << !pairForm << "\n# element count " << entries.size()
-         << (pairForm ? "\n# a\n# b\n" : "\n# source tavi\n# target head\n# weighted\n")
-         << "# end_header\n";
-    for (size_t k = 0; k < entries.size(); ++k) {
-        const auto& e = entries[k];
-        if (pairForm)
-            text << k << ' ' << e.a << '\n';
-        else
-            text << k + 1 << ' ' << k + 1 << ' ' << e.a << ' ' << e.b << ' ' << e.c << ' ' << e.w0
-                 << ' ' << e.w1 << ' ' << e.w2 << '\n';
-    }
-    dir.write("idx_tavi2head.corresp", text.str());
+    writeTemplateEntries(dir, entries, pairForm);
     return entries;
+}
+
+void writeEngineOrder(const TempDir& dir, const std::vector<int>& sources) {
+    std::ostringstream text;
+    text << "# base 0\n# element count " << sources.size() << "\n# a\n# b\n# end_header\n";
+    for (size_t k = 0; k < sources.size(); ++k) text << k << ' ' << sources[k] << '\n';
+    dir.write("idx_head2ue4.corresp", text.str());
 }
 
 // Engine order: every head vertex once, shuffled, plus `duplicates` repeats
@@ -72,10 +85,7 @@ std::vector<int> writeHeadToEngine(const TempDir& dir, int headCount, int duplic
     std::uniform_int_distribution<int> vertex(0, headCount - 1);
     for (int k = 0; k < duplicates; ++k) sources.push_back(vertex(rng));
     std::shuffle(sources.begin(), sources.end(), rng);
-    std::ostringstream text;
-    text << "# base 0\n# element count " << sources.size() << "\n# a\n# b\n# end_header\n";
-    for (size_t k = 0; k < sources.size(); ++k) text << k << ' ' << sources[k] << '\n';
-    dir.write("idx_head2ue4.corresp", text.str());
+    writeEngineOrder(dir, sources);
     return sources;
 }
 
@@ -116,16 +126,13 @@ TEST_F(HeadSwap, MatchesIndependentResampling) {
 }
 
 // The swap with every instruction set the machine runs, against the two
-// resamplings done one after the other in double: bit for bit, with an
-// output count that leaves a remainder for the scalar step and input values
-// whose results depend on the order of the operations.
-TEST_F(HeadSwap, EveryInstructionSetMatchesTheTwoStepResamplingBitForBit) {
+// resamplings done one after the other in double: bit for bit, on input
+// values whose results depend on the order of the operations (and -0.0,
+// infinity, NaN among them).
+void expectEveryInstructionSetMatchesTwoStepResampling(const TempDir& dir, unsigned seed) {
     namespace km = kestrel::meridian;
     using Planar = km::CHeadConverter::PlanarVertices;
-    TempDir dir;
-    const auto head = writeTemplateToHead(dir, false, 251, 4);
-    const auto engine = writeHeadToEngine(dir, static_cast<int>(head.size()), 137, 5);
-    std::vector<float> face = randomPlanarHead(6);
+    std::vector<float> face = randomPlanarHead(seed);
     face[17] = -0.0f;
     face[kTemplate + 99] = std::numeric_limits<float>::infinity();
     face[2 * kTemplate + 5] = std::numeric_limits<float>::quiet_NaN();
@@ -146,6 +153,60 @@ TEST_F(HeadSwap, EveryInstructionSetMatchesTheTwoStepResamplingBitForBit) {
                        Eigen::Map<Planar>(out.data(), 3, n), level);
         EXPECT_EQ(std::memcmp(out.data(), expected.data(), out.size() * sizeof(float)), 0)
             << km::simd::levelName(level);
+    }
+}
+
+// Random triangles in a shuffled engine order: every corner gathered.
+TEST_F(HeadSwap, EveryInstructionSetMatchesTheTwoStepResamplingBitForBit) {
+    TempDir dir;
+    const auto head = writeTemplateToHead(dir, false, 251, 4);
+    writeHeadToEngine(dir, static_cast<int>(head.size()), 137, 5);
+    expectEveryInstructionSetMatchesTwoStepResampling(dir, 6);
+}
+
+// Corners that run through consecutive face vertices or repeat one vertex
+// are read with plain loads and broadcasts instead of gathers. The cases mix
+// such runs with breaks inside a block and with scattered corners.
+TEST_F(HeadSwap, ConsecutiveAndRepeatedCornersMatchTheTwoStepResamplingBitForBit) {
+    struct Case {
+        const char* name;
+        int runLength;      // corner a ascends, corner b repeats, for this many vertices
+        int engineSwapGap;  // every this many engine vertices, two trade places (0: never)
+    };
+    const Case cases[] = {
+        {"long runs, engine in head order", 4000, 0},
+        {"long runs, engine order broken now and then", 4000, 29},
+        {"runs of 8, shifted off the blocks", 8, 0},
+        {"runs of 5, shorter than a block", 5, 0},
+        {"runs of 3, engine order broken often", 3, 7},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::mt19937 rng(11);
+        std::uniform_int_distribution<int> vertex(0, kTemplate - 1);
+        std::uniform_real_distribution<double> weight(0.0, 1.0);
+        std::vector<WeightedEntry> entries;
+        int start = 0, repeated = 0;
+        // Three head vertices first, so the runs start off the block bounds.
+        for (int k = 0; k < kTemplate + 3; ++k) {
+            if (k % c.runLength == 0) {
+                start = vertex(rng) % (kTemplate - c.runLength);
+                repeated = vertex(rng);
+            }
+            const double u = weight(rng), v = weight(rng) * (1 - u);
+            entries.push_back({start + k % c.runLength, repeated, vertex(rng), u, v, 1 - u - v});
+        }
+        TempDir dir;
+        writeTemplateEntries(dir, entries, false);
+        std::vector<int> engine(entries.size());
+        for (size_t k = 0; k < engine.size(); ++k) engine[k] = static_cast<int>(k);
+        if (c.engineSwapGap > 0)
+            for (size_t k = 0; k + 1 < engine.size(); k += c.engineSwapGap)
+                std::swap(engine[k], engine[k + 1]);
+        engine.push_back(12);  // a seam copy, and an odd count
+        if (engine.size() % 2 == 0) engine.push_back(5);
+        writeEngineOrder(dir, engine);
+        expectEveryInstructionSetMatchesTwoStepResampling(dir, 12);
     }
 }
 
@@ -189,6 +250,43 @@ TEST_F(HeadSwap, FailedInitsNameTheFileAndTheEntry) {
     EXPECT_EQ(error.code, kestrel::meridian::ErrorCode::cannotOpenCorrespondence);
     EXPECT_EQ(converter.templateToHead().size(), 2u);
     EXPECT_EQ(converter.headToEngine().size(), 0u);
+}
+
+}  // namespace
+
+namespace {
+
+// Which blocks the swap reads without gathers: a kind only where the whole
+// block has it, and no kind for the vertices after the last whole block.
+TEST(HeadSwapBlockRuns, NameAKindOnlyForWholeBlocks) {
+    using kestrel::meridian::headswap::blockRuns;
+    using Run = kestrel::meridian::headswap::CornerRun;
+    struct Case {
+        const char* name;
+        std::vector<int32_t> sources;  // the same list for all three corners
+        std::vector<Run> expected;     // per block
+    };
+    const Case cases[] = {
+        {"ascending", {4, 5, 6, 7, 8, 9, 10, 11}, {Run::contiguous}},
+        {"repeated", {9, 9, 9, 9, 9, 9, 9, 9}, {Run::repeated}},
+        {"ascending with a gap", {4, 5, 6, 7, 9, 10, 11, 12}, {Run::scattered}},
+        {"descending", {11, 10, 9, 8, 7, 6, 5, 4}, {Run::scattered}},
+        {"repeated but the last", {9, 9, 9, 9, 9, 9, 9, 8}, {Run::scattered}},
+        {"ascending across the int32 limit",
+         {2147483641, 2147483642, 2147483643, 2147483644, 2147483645, 2147483646, 2147483647,
+          -2147483647 - 1},
+         {Run::scattered}},
+        {"a block and a part", {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {Run::contiguous}},
+        {"part of a block", {0, 1, 2, 3, 4}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const int32_t* const corners[3] = {c.sources.data(), c.sources.data(), c.sources.data()};
+        const auto runs = blockRuns(corners, static_cast<ptrdiff_t>(c.sources.size()));
+        ASSERT_EQ(runs.size(), 3 * c.expected.size());
+        for (size_t b = 0; b < c.expected.size(); ++b)
+            for (size_t k = 0; k < 3; ++k) EXPECT_EQ(runs[3 * b + k], c.expected[b]);
+    }
 }
 
 }  // namespace

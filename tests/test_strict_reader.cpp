@@ -2,8 +2,11 @@
 // file reads as, and which fault and place each damaged file is refused with.
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -298,14 +301,48 @@ TEST(StrictReader, NumbersReadLikeStrtofWithoutLocale) {
         {"", km::scan::NumberStatus::notANumber, 0},
         {"++1", km::scan::NumberStatus::notANumber, 0},
     };
-    for (const auto& c : cases) {
-        float value = 0;
-        EXPECT_EQ(km::scan::parseFloat(c.token, value), c.status) << c.token;
-        if (c.status == km::scan::NumberStatus::ok) {
-            EXPECT_EQ(value, c.value) << c.token;
-            EXPECT_EQ(std::signbit(value), std::signbit(c.value)) << c.token;
+    // A token inside a text is read the same whatever follows it, digits
+    // included (the reader may look past the token's end).
+    for (const auto& c : cases)
+        for (const std::string after : {"", " 1", "\n", "12345678901234567890", ".5e"}) {
+            const std::string text = std::string(c.token) + after;
+            const std::string_view token(text.data(), std::strlen(c.token));
+            float alone = 0, inText = 0;
+            EXPECT_EQ(km::scan::parseFloat(token, alone), c.status) << c.token;
+            EXPECT_EQ(km::scan::parseFloat(token, text, inText), c.status) << c.token << after;
+            if (c.status == km::scan::NumberStatus::ok) {
+                EXPECT_EQ(alone, c.value) << c.token;
+                EXPECT_EQ(std::signbit(alone), std::signbit(c.value)) << c.token;
+                EXPECT_EQ(std::memcmp(&alone, &inText, sizeof alone), 0) << c.token << after;
+            }
         }
+}
+
+// Mesh-like decimals of every length the fast path takes, against strtof.
+TEST(StrictReader, ShortDecimalsReadAsStrtofReadsThem) {
+    std::mt19937_64 rng(18);
+    int mismatches = 0;
+    for (int k = 0; k < 200000; ++k) {
+        const int digits = 1 + static_cast<int>(rng() % 17);
+        const int point = static_cast<int>(rng() % (digits + 1));
+        std::string text = rng() % 2 ? "-" : "";
+        for (int d = 0; d < digits; ++d) {
+            if (d == point && d > 0) text += '.';
+            text += static_cast<char>('0' + rng() % 10);
+        }
+        const size_t length = text.size();
+        text += "0 1.5\n";  // a digit right after the token, then more text
+        const std::string_view token(text.data(), length);
+        const std::string alone(token);
+        float value = 0;
+        if (km::scan::parseFloat(token, text, value) != km::scan::NumberStatus::ok) {
+            ++mismatches;
+            continue;
+        }
+        const float expected = std::strtof(alone.c_str(), nullptr);
+        mismatches += std::memcmp(&value, &expected, sizeof value) != 0;
     }
+    EXPECT_EQ(mismatches, 0);
 }
 
 }  // namespace

@@ -6,10 +6,19 @@
 #include "headswap/blend_kernels_wide.h"
 #include "simd/lanes_avx.h"
 
+namespace {
+
+struct AvxBlend : AvxDoubles {
+    /// Lanes from p[0 .. 3], widened from float.
+    static Vector loadFloats(const float* p) { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
+};
+
+}  // namespace
+
 namespace kestrel::meridian::headswap {
 
 ptrdiff_t blendVerticesAvx(const BlendMap& map, const PlanarRows& rows) {
-    return blendVerticesWide<AvxDoubles>(map, rows);
+    return blendVerticesWide<AvxBlend>(map, rows);
 }
 
 }  // namespace kestrel::meridian::headswap

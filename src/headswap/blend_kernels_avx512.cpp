@@ -6,10 +6,19 @@
 #include "headswap/blend_kernels_wide.h"
 #include "simd/lanes_avx512.h"
 
+namespace {
+
+struct Avx512Blend : Avx512Doubles {
+    /// Lanes from p[0 .. 7], widened from float.
+    static Vector loadFloats(const float* p) { return _mm512_cvtps_pd(_mm256_loadu_ps(p)); }
+};
+
+}  // namespace
+
 namespace kestrel::meridian::headswap {
 
 ptrdiff_t blendVerticesAvx512(const BlendMap& map, const PlanarRows& rows) {
-    return blendVerticesWide<Avx512Doubles>(map, rows);
+    return blendVerticesWide<Avx512Blend>(map, rows);
 }
 
 }  // namespace kestrel::meridian::headswap

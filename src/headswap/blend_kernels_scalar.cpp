@@ -5,9 +5,7 @@
 namespace kestrel::meridian::headswap {
 
 void blendVertex(const BlendMap& map, const PlanarRows& rows, ptrdiff_t j) {
-    const ptrdiff_t stride = rows.inStride;
-    const ptrdiff_t a = stride * map.corners[0][j], b = stride * map.corners[1][j],
-                    c = stride * map.corners[2][j];
+    const ptrdiff_t a = map.corners[0][j], b = map.corners[1][j], c = map.corners[2][j];
     const double w0 = map.weights[0][j], w1 = map.weights[1][j], w2 = map.weights[2][j];
     for (int r = 0; r < 3; ++r) {
         const float* row = rows.in[r];

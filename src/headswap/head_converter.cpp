@@ -27,6 +27,7 @@ bool sourcesInRange(const Correspondence& record, int64_t sourceCount, const std
 bool CHeadConverter::initialise(const std::string& modelDir, Error& error) {
     sources_.clear();
     weights_.clear();
+    cornerRuns_.clear();
     const std::string templatePath =
         model_files::modelFilePath(modelDir, model_files::kTemplateToHead);
     if (!loadCorrespondence(templateToHead_, templatePath, error)) return false;
@@ -64,6 +65,9 @@ void CHeadConverter::composeSwapMap() {
             weights_[k * count + j] = templateToHead_.weights[entry + k];
         }
     }
+    const int32_t* const corners[3] = {sources_.data(), sources_.data() + count,
+                                       sources_.data() + 2 * count};
+    cornerRuns_ = headswap::blockRuns(corners, static_cast<ptrdiff_t>(count));
 }
 
 void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,
@@ -94,8 +98,9 @@ void CHeadConverter::swap(const Eigen::Ref<const PlanarVertices>& face,
     const auto n = static_cast<size_t>(count);
     const headswap::BlendMap map{{source, source + n, source + 2 * n},
                                  {weights_.data(), weights_.data() + n, weights_.data() + 2 * n},
-                                 count};
-    const headswap::PlanarRows rows{{in[0], in[1], in[2]}, 1, {out[0], out[1], out[2]}};
+                                 count,
+                                 cornerRuns_.data()};
+    const headswap::PlanarRows rows{{in[0], in[1], in[2]}, {out[0], out[1], out[2]}};
     ptrdiff_t j = 0;
     switch (level) {
 #if MERIDIAN_SIMD_X86

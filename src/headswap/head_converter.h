@@ -10,6 +10,7 @@
 
 #include "common/error.h"
 #include "common/template_head.h"
+#include "headswap/blend_kernels.h"
 #include "io/correspondence.h"
 #include "simd/simd_level.h"
 
@@ -64,6 +65,8 @@ class CHeadConverter {
     /// engine order is itself weighted.
     std::vector<int32_t> sources_;
     std::vector<double> weights_;
+    /// How each block of the weighted map's corners is read (headswap::blockRuns).
+    std::vector<headswap::CornerRun> cornerRuns_;
 };
 
 }  // namespace kestrel::meridian

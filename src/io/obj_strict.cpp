@@ -9,6 +9,12 @@ namespace kestrel::meridian {
 
 namespace {
 
+#if defined(_MSC_VER) && !defined(__clang__)
+#define MERIDIAN_STRICT_NOINLINE __declspec(noinline)
+#else
+#define MERIDIAN_STRICT_NOINLINE __attribute__((noinline))
+#endif
+
 using scan::NumberStatus;
 
 class ObjParser {
@@ -63,7 +69,7 @@ class ObjParser {
         float xyz[3];
         while (tokens.next(token)) {
             if (count < 3) {
-                if (scan::parseFloat(token, xyz[count]) != NumberStatus::ok)
+                if (scan::parseFloat(token, text_, xyz[count]) != NumberStatus::ok)
                     fail(InputFault::nonFinite, "vertex " + std::to_string(vertex) +
                                                     " has a non-finite coordinate " +
                                                     scan::quoted(token));
@@ -88,7 +94,7 @@ class ObjParser {
         float uv[2] = {0, 0};
         while (tokens.next(token)) {
             float value;
-            if (scan::parseFloat(token, value) != NumberStatus::ok)
+            if (scan::parseFloat(token, text_, value) != NumberStatus::ok)
                 fail(InputFault::nonFinite, "texture coordinate " +
                                                 std::to_string(mesh_.texcoordCount()) + ": " +
                                                 scan::quoted(token) + " is not a finite number");
@@ -103,19 +109,36 @@ class ObjParser {
     }
 
     // An OBJ index: 1-based, or negative counting back from the latest
-    // element; returned 0-based.
+    // element; returned 0-based. Inline for the indices every face has; the
+    // refusal is out of line.
     int32_t resolveIndex(std::string_view token, int64_t available, const char* what,
                          const char* plural) const {
         int64_t index = 0;
-        if (scan::parseInt64(token, index) != NumberStatus::ok)
+        const bool parsed = scan::parseInt64(token, index) == NumberStatus::ok;
+        const int64_t zeroBased = index > 0 ? index - 1 : available + index;
+        if (!parsed || index == 0 || zeroBased < 0 || zeroBased >= available)
+            failIndex(parsed, token, index, available, what, plural);
+        return static_cast<int32_t>(zeroBased);
+    }
+
+    [[noreturn]] MERIDIAN_STRICT_NOINLINE void failIndex(bool parsed, std::string_view token,
+                                                         int64_t index, int64_t available,
+                                                         const char* what,
+                                                         const char* plural) const {
+        if (!parsed)
             fail(InputFault::malformed,
                  std::string(what) + " index " + scan::quoted(token) + " is not an integer");
-        const int64_t zeroBased = index > 0 ? index - 1 : available + index;
-        if (index == 0 || zeroBased < 0 || zeroBased >= available)
-            fail(InputFault::indexOutOfRange,
-                 std::string(what) + " index " + std::to_string(index) + " names none of the " +
-                     std::to_string(available) + " " + plural + " read so far");
-        return static_cast<int32_t>(zeroBased);
+        fail(InputFault::indexOutOfRange, std::string(what) + " index " + std::to_string(index) +
+                                              " names none of the " + std::to_string(available) +
+                                              " " + plural + " read so far");
+    }
+
+    // Position of the first '/' in a face corner (a few characters: a loop,
+    // not a library call), or npos.
+    static size_t slashIn(std::string_view corner) {
+        for (size_t i = 0; i < corner.size(); ++i)
+            if (corner[i] == '/') return i;
+        return std::string_view::npos;
     }
 
     void readFace(scan::TokenReader& tokens) {
@@ -123,25 +146,29 @@ class ObjParser {
         int corners = 0;
         int withTexture = 0;
         int32_t vertex[3], texture[3];
+        // Counted once per face, not per corner (each is a division by the
+        // record's width).
+        const int64_t vertexCount = mesh_.vertexCount();
+        const int64_t texcoordCount = mesh_.texcoordCount();
         while (tokens.next(corner)) {
             if (++corners > 3) continue;  // counted for the message below
             // v, v/t, v//n or v/t/n
-            const size_t slash = corner.find('/');
+            const size_t slash = slashIn(corner);
             const std::string_view v = corner.substr(0, slash);
-            vertex[corners - 1] = resolveIndex(v, mesh_.vertexCount(), "vertex", "vertices");
+            vertex[corners - 1] = resolveIndex(v, vertexCount, "vertex", "vertices");
             if (slash == std::string_view::npos) continue;
             std::string_view rest = corner.substr(slash + 1);
-            const size_t slash2 = rest.find('/');
+            const size_t slash2 = slashIn(rest);
             const std::string_view t = rest.substr(0, slash2);
             if (slash2 != std::string_view::npos &&
-                rest.substr(slash2 + 1).find('/') != std::string_view::npos)
+                slashIn(rest.substr(slash2 + 1)) != std::string_view::npos)
                 fail(InputFault::malformed,
                      "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
             if (slash2 == std::string_view::npos && t.empty())
                 fail(InputFault::malformed,
                      "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
             if (!t.empty()) {
-                texture[corners - 1] = resolveIndex(t, mesh_.texcoordCount(), "texture coordinate",
+                texture[corners - 1] = resolveIndex(t, texcoordCount, "texture coordinate",
                                                     "texture coordinates");
                 ++withTexture;
             }

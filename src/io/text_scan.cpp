@@ -1,5 +1,7 @@
 #include "io/text_scan.h"
 
+#include "io/digit_runs.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -40,7 +42,7 @@ NumberStatus parseOutOfRange(std::string_view token, Real& value) {
 // rounds exactly as strtof does unless the double lies exactly halfway
 // between two floats (no other float boundary can lie between a decimal
 // and its nearest double); those, and everything else, go to from_chars.
-bool fastFloat(std::string_view token, float& value) {
+bool fastFloat(std::string_view token, const char* readableEnd, float& value) {
     constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
@@ -48,20 +50,20 @@ bool fastFloat(std::string_view token, float& value) {
     const char* end = p + token.size();
     const bool negative = p != end && *p == '-';
     if (negative) ++p;
+    // Digits, then at most one point and more digits, then the token's end.
+    // The runs are read a word at a time, up to readableEnd rather than the
+    // token's end so that short tokens take whole words too; a run that went
+    // on past the token ends elsewhere than `end` and is refused below.
     uint64_t digits = 0;
-    int decimals = -1;  // -1 until the point
     int count = 0;
-    for (; p != end; ++p) {
-        if (*p == '.') {
-            if (decimals >= 0) return false;
-            decimals = 0;
-            continue;
-        }
-        const unsigned digit = static_cast<unsigned>(*p - '0');
-        if (digit > 9 || ++count > 16) return false;
-        digits = digits * 10 + digit;
-        if (decimals >= 0) ++decimals;
+    p = readDigitRun(p, readableEnd, digits, count);
+    int decimals = -1;  // -1 without a point
+    if (p != end && *p == '.') {
+        const int whole = count;
+        p = readDigitRun(p + 1, readableEnd, digits, count);
+        decimals = count - whole;
     }
+    if (p != end || count > 16) return false;
     if (count == 0 || digits > (uint64_t{1} << 53) || decimals > 22) return false;
     const double exact = static_cast<double>(digits) / kPowers[decimals < 0 ? 0 : decimals];
     if (exact != 0 &&
@@ -78,10 +80,10 @@ bool fastFloat(std::string_view token, float& value) {
 }
 
 template <typename Real>
-NumberStatus parseReal(std::string_view token, Real& value) {
+NumberStatus parseReal(std::string_view token, const char* readableEnd, Real& value) {
     token = withoutPlus(token);
     if constexpr (std::is_same_v<Real, float>) {
-        if (fastFloat(token, value)) return NumberStatus::ok;
+        if (fastFloat(token, readableEnd, value)) return NumberStatus::ok;
     }
     if (token.empty()) return NumberStatus::notANumber;
     // nan and inf are numbers to from_chars, but never coordinates.
@@ -110,11 +112,15 @@ bool LineReader::next(std::string_view& line) {
 }
 
 NumberStatus parseFloat(std::string_view token, float& value) {
-    return parseReal(token, value);
+    return parseReal(token, token.data() + token.size(), value);
+}
+
+NumberStatus parseFloat(std::string_view token, std::string_view text, float& value) {
+    return parseReal(token, text.data() + text.size(), value);
 }
 
 NumberStatus parseDouble(std::string_view token, double& value) {
-    return parseReal(token, value);
+    return parseReal(token, token.data() + token.size(), value);
 }
 
 NumberStatus parseInt64Slow(std::string_view token, int64_t& value) {
