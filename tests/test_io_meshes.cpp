@@ -103,6 +103,49 @@ TEST(ObjReader, TokenStreamRules) {
         EXPECT_TRUE(t->rows() == 0 && t->cols() == 0);
 }
 
+// Face corners read the same whether they are near the end of the text or
+// have plenty of text after them (where short whole numbers take a shortcut).
+TEST(ObjReader, FaceCornersReadAlikeAtAnyDistanceFromTheEnd) {
+    struct Corner {
+        std::string token;
+        float vertex;
+        std::vector<float> texture;  // empty: the corner names no texture entry
+    };
+    const Corner corners[] = {
+        {"5", 5, {}},
+        {"12/34", 12, {34}},
+        {"1/2/3", 1, {2}},
+        {"7//9", 7, {0}},
+        {"0/0", 0, {0}},
+        {"-1/2", -1, {2}},
+        {"3/-4", 3, {-4}},
+        {"+6/+7", 6, {7}},
+        {"1.5/2", 1.5f, {2}},
+        {"1/2.5", 1, {2.5f}},
+        {"1/2e1", 1, {20}},
+        {"4/5e", 4, {0}},
+        {"1/x", 1, {0}},
+        {"8a/3", 8, {3}},
+        {"9999999/9999999", 9999999, {9999999}},
+        {"12345678/9", 12345678, {9}},
+        {"16777217/1", 16777216, {1}},  // halfway: ties to even
+        {"3/16777219", 3, {16777220}},
+        {"0000001/0000002", 1, {2}},
+    };
+    for (const Corner& c : corners) {
+        const std::string line = "f " + c.token + " " + c.token + " " + c.token;
+        for (const std::string& text : {line, line + "\n" + std::string(40, ' ')}) {
+            SCOPED_TRACE("text: '" + text + "'");
+            const ObjMeshData m = parseObj(text);
+            EXPECT_MATRIX_EQ(m.faces, columns(3, Values(3, c.vertex)));
+            if (c.texture.empty())
+                EXPECT_EQ(m.textureFaces.size(), 0);
+            else
+                EXPECT_MATRIX_EQ(m.textureFaces, columns(3, Values(3, c.texture[0])));
+        }
+    }
+}
+
 TEST(ObjReader, NumbersConvertLikeAStringStreamFloatExtraction) {
     std::vector<std::string> tokens = {
         // Decimal strings near float rounding boundaries, where converting

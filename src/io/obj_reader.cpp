@@ -132,6 +132,65 @@ inline float parseFloat(const char* begin, const char* end, const char** stop) {
     return exactFloat(mantissa, p, negative);
 }
 
+// Length of the digit run at q, from 0 to 8 (8: the first eight bytes are all
+// digits; the run may go on). `digits` gets the value of those (at most eight)
+// digits when there is one or more. Reads eight bytes at q.
+inline int shortRun(const char* q, uint64_t& digits) {
+    uint64_t word;
+    std::memcpy(&word, q, sizeof word);
+    const uint64_t values = word ^ 0x3030303030303030;
+    const uint64_t notDigit = ((values + 0x7676767676767676) | values) & 0x8080808080808080;
+    const int run = notDigit == 0 ? 8 : lowestSetBit(notDigit) / 8;
+    if (run != 0) digits = eightDigitValue(values << (8 * (8 - run)));
+    return run;
+}
+
+// Bytes that must be readable from a token's start for shortCorner and
+// shortDecimal (the longest forms they take, and the byte after).
+constexpr ptrdiff_t kShortFormBytes = 24;
+
+// The common face corner: "a" or "a/b..." where a and b are unsigned whole
+// numbers of one to seven digits, each read with one word. Gives the number of
+// values read (1: a alone, 2: a and b), or 0 for any other form, which is left
+// to parseFloat (signs, decimals, exponents, long or missing numbers).
+inline int shortCorner(const char* p, float& vertex, float& texture) {
+    uint64_t digits = 0;
+    const int run = shortRun(p, digits);
+    if (run == 0 || run == 8) return 0;
+    const char after = p[run];
+    if (after != '/' && !isSpace(after)) return 0;
+    vertex = static_cast<float>(static_cast<int32_t>(digits));
+    if (after != '/') return 1;
+    const char* const second = p + run + 1;
+    const int secondRun = shortRun(second, digits);
+    if (secondRun == 0 || secondRun == 8) return 0;
+    const char secondAfter = second[secondRun];
+    if (secondAfter == '.' || secondAfter == 'e' || secondAfter == 'E') return 0;
+    texture = static_cast<float>(static_cast<int32_t>(digits));
+    return 2;
+}
+
+// The common coordinate: [+-]w.f with one to seven digits w and one to eight
+// digits f and no exponent, converted as parseFloat does (the same digits,
+// count and scale go to the same rounding). False for any other form.
+inline bool shortDecimal(const char* p, float& value) {
+    const bool negative = *p == '-';
+    const char* const mantissa = p + (*p == '-' || *p == '+');
+    uint64_t whole = 0;
+    const int wholeRun = shortRun(mantissa, whole);
+    if (wholeRun == 0 || wholeRun == 8 || mantissa[wholeRun] != '.') return false;
+    const char* const fraction = mantissa + wholeRun + 1;
+    uint64_t part = 0;
+    const int fractionRun = shortRun(fraction, part);
+    if (fractionRun == 0) return false;
+    const char after = fraction[fractionRun];
+    if (isDigit(after) || after == 'e' || after == 'E') return false;
+    const uint64_t digits = whole * kDigitRunScales[fractionRun] + part;
+    if (!roundedByDouble(digits, wholeRun + fractionRun, -fractionRun, negative, value))
+        value = exactFloat(mantissa, fraction + fractionRun, negative);
+    return true;
+}
+
 // The numbers of one table as parsed, before they are widened into it.
 struct TableValues {
     std::unique_ptr<float[]> data;  // uninitialised beyond `used`
@@ -281,6 +340,19 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
             }
         }
         if (mode == Mode::none) continue;
+        if (end - p >= kShortFormBytes) {
+            float value, texture;
+            if (mode != Mode::face) {
+                if (shortDecimal(p, value)) {
+                    if (++numbers <= kMaxObjNumbers) push(values, value);
+                    continue;
+                }
+            } else if (const int count = shortCorner(p, value, texture)) {
+                if (++numbers <= kMaxObjNumbers) push(values, value);
+                if (count == 2 && ++numbers <= kMaxObjNumbers) push(textures, texture);
+                continue;
+            }
+        }
         const char* stop = nullptr;
         const float value = parseFloat(p, end, &stop);
         if (++numbers <= kMaxObjNumbers) push(values, value);
