@@ -155,6 +155,8 @@ TEST(ObjReader, NumbersConvertLikeAStringStreamFloatExtraction) {
         "1.0000000596046447753906249",  // just below halfway: 1
         "16777217",                     // 2^24 + 1, halfway: 2^24
         "16777219",                     // halfway: ties to even, 16777220
+        "16777217.0", "-16777219.00",   // the same with decimals
+        "1.00000006", "0.00000000", "-0.0",
         // Short enough for one exact division, which gives a double that is
         // a float midpoint; the decimal lies above it, then below.
         "37.94973945617676", "0.4894915074110031",

@@ -186,8 +186,24 @@ inline bool shortDecimal(const char* p, float& value) {
     const char after = fraction[fractionRun];
     if (isDigit(after) || after == 'e' || after == 'E') return false;
     const uint64_t digits = whole * kDigitRunScales[fractionRun] + part;
-    if (!roundedByDouble(digits, wholeRun + fractionRun, -fractionRun, negative, value))
+    // roundedByDouble for this form: at most 15 digits and 8 decimals, so
+    // the digits and the power of ten are exact doubles and the quotient is
+    // zero or well inside the range of normal floats. Only a quotient halfway
+    // between two floats needs the exact conversion.
+    static constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
+    if (digits == 0) {
+        value = negative ? -0.0f : 0.0f;
+        return true;
+    }
+    const double exact =
+        static_cast<double>(static_cast<int64_t>(digits)) / kPowersOfTen[fractionRun];
+    uint64_t bits;
+    std::memcpy(&bits, &exact, sizeof bits);
+    if ((bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28)) {
         value = exactFloat(mantissa, fraction + fractionRun, negative);
+        return true;
+    }
+    value = negative ? -static_cast<float>(exact) : static_cast<float>(exact);
     return true;
 }
 
