@@ -155,7 +155,7 @@ TEST(ObjReader, NumbersConvertLikeAStringStreamFloatExtraction) {
         "1.0000000596046447753906249",  // just below halfway: 1
         "16777217",                     // 2^24 + 1, halfway: 2^24
         "16777219",                     // halfway: ties to even, 16777220
-        "16777217.0", "-16777219.00",   // the same with decimals
+        "16777217.0", "-16777219.00", "8388609.5", "-4194304.25", "8388610.5",  // with decimals
         "1.00000006", "0.00000000", "-0.0",
         // Short enough for one exact division, which gives a double that is
         // a float midpoint; the decimal lies above it, then below.
