@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -134,7 +135,9 @@ inline float parseFloat(const char* begin, const char* end, const char** stop) {
 
 // Length of the digit run at q, from 0 to 8 (8: the first eight bytes are all
 // digits; the run may go on). `digits` gets the value of those (at most eight)
-// digits when there is one or more. Reads eight bytes at q.
+// digits when there is one or more. Reads eight bytes at q as a little-endian
+// word, so the parse loop takes the short forms only where
+// MERIDIAN_DIGIT_WORDS holds.
 inline int shortRun(const char* q, uint64_t& digits) {
     uint64_t word;
     std::memcpy(&word, q, sizeof word);
@@ -356,7 +359,7 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
             }
         }
         if (mode == Mode::none) continue;
-        if (end - p >= kShortFormBytes) {
+        if (MERIDIAN_DIGIT_WORDS && end - p >= kShortFormBytes) {
             float value, texture;
             if (mode != Mode::face) {
                 if (shortDecimal(p, value)) {
