@@ -40,10 +40,9 @@ struct ModelToGltf {
     }
 
   private:
-    /// Each coordinate is summed term by term from +0, in the order a general
-    /// matrix product sums it (so assets keep their bits, signed zeros and
-    /// NaNs included), without that product's packing and blocking, which
-    /// cost more than the arithmetic for a 3 by 3 map.
+    /// Each coordinate is the three products summed first to last, as the
+    /// 3 by 3 matrix product sums them, so assets keep their bits (signed
+    /// zeros included).
     template <typename Coordinate>
     Eigen::Matrix3Xd map(Eigen::Index count, const Coordinate& coordinate) const {
         const Eigen::Matrix3d linear = matrix();
@@ -52,7 +51,7 @@ struct ModelToGltf {
         for (Eigen::Index j = 0; j < count; ++j, out += 3) {
             const double x = coordinate(j, 0), y = coordinate(j, 1), z = coordinate(j, 2);
             for (int r = 0; r < 3; ++r)
-                out[r] = 0.0 + (((0.0 + linear(r, 0) * x) + linear(r, 1) * y) + linear(r, 2) * z);
+                out[r] = (linear(r, 0) * x + linear(r, 1) * y) + linear(r, 2) * z;
         }
         return mapped;
     }
