@@ -27,8 +27,8 @@ ex::MeshNode meshNode(const char* name, int vertices, int targets) {
     for (Eigen::Index k = 0; k < node.faces.size(); ++k)
         node.faces.data()[k] = static_cast<int>(k % vertices);
     for (int t = 0; t < targets; ++t)
-        node.targets.push_back({"target " + std::to_string(t), node.positions * 0.5f,
-                                node.normals * -0.25f});
+        node.targets.push_back(
+            {"target " + std::to_string(t), node.positions * 0.5f, node.normals * -0.25f});
     return node;
 }
 
@@ -72,10 +72,10 @@ bool sameBits(double a, double b) {
 TEST(ModelToGltf, MapsAsTheGeneralProductDoesBitForBit) {
     constexpr double inf = std::numeric_limits<double>::infinity();
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    const double special[][3] = {
-        {0.0, 0.0, 0.0},      {-0.0, -0.0, -0.0}, {-0.0, 1.0, -0.0},     {1.0, -0.0, 2.0},
-        {inf, 1.0, 2.0},      {1.0, -inf, 0.0},   {nan, 0.0, 0.0},       {0.0, 0.0, nan},
-        {1e-310, -1e-310, 0}, {1e308, -1e308, 3}, {123.456, -7.5, 0.125}};
+    const double special[][3] = {{0.0, 0.0, 0.0},    {-0.0, -0.0, -0.0},    {-0.0, 1.0, -0.0},
+                                 {1.0, -0.0, 2.0},   {inf, 1.0, 2.0},       {1.0, -inf, 0.0},
+                                 {nan, 0.0, 0.0},    {0.0, 0.0, nan},       {1e-310, -1e-310, 0},
+                                 {1e308, -1e308, 3}, {123.456, -7.5, 0.125}};
     // The special points spread among ordinary ones.
     constexpr int kPoints = 64;
     Eigen::Matrix3Xd points = Eigen::Matrix3Xd::Random(3, kPoints) * 100.0;
@@ -87,7 +87,8 @@ TEST(ModelToGltf, MapsAsTheGeneralProductDoesBitForBit) {
         const Eigen::Matrix3Xd expected = map.matrix() * points;
         std::vector<float> planar(3 * kPoints);
         kestrel::meridian::matrixToPlanar(points, planar.data());
-        const Eigen::Matrix3Xd widened = kestrel::meridian::planarToVertices(planar.data(), kPoints);
+        const Eigen::Matrix3Xd widened =
+            kestrel::meridian::planarToVertices(planar.data(), kPoints);
         const Eigen::Matrix3Xd expectedFromFloats = map.matrix() * widened;
 
         const Eigen::Matrix3Xd mapped = map(points);
