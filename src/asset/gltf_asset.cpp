@@ -202,16 +202,80 @@ class StringSink : public std::streambuf {
 
 }  // namespace
 
-std::string glbBytes(const tinygltf::Model& model) {
-    // The 12-byte header and two 8-byte chunk headers, the JSON (a few KB
-    // per accessor, well under 64 KB here) and the padded buffers.
-    size_t expected = 64 * 1024;
-    for (const tinygltf::Buffer& buffer : model.buffers) expected += buffer.data.size() + 4;
+namespace {
+
+void appendWord(std::string& bytes, uint32_t word) {
+    // Little-endian, as the container stores every length.
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes.push_back(static_cast<char>((word >> shift) & 0xffu));
+}
+
+/// The JSON of `model` whose buffer 0 is empty, with that buffer's length
+/// set to `binaryBytes`; empty when the writer fails or the JSON is not as
+/// expected.
+std::string jsonFor(const tinygltf::Model& model, size_t binaryBytes) {
+    std::string container;
+    {
+        StringSink sink(container);
+        std::ostream out(&sink);
+        if (!writeGlb(model, out) || container.size() < 20) return {};
+    }
+    // Without a buffer to carry the writer leaves out the BIN chunk: the
+    // JSON chunk runs to the end, padded with spaces.
+    std::string json = container.substr(20);
+    while (!json.empty() && json.back() == ' ') json.pop_back();
+    // A key is never inside a string (its quotes would be escaped), so the
+    // empty buffer's entry appears exactly once.
+    const std::string emptyEntry = "\"buffers\":[{\"byteLength\":0}]";
+    const size_t at = json.find(emptyEntry);
+    if (at == std::string::npos || json.find(emptyEntry, at + 1) != std::string::npos) return {};
+    json.replace(at, emptyEntry.size(),
+                 "\"buffers\":[{\"byteLength\":" + std::to_string(binaryBytes) + "}]");
+    return json;
+}
+
+}  // namespace
+
+std::string glbBytes(tinygltf::Model model) {
+    // The writer would copy the buffer into a vector of its own and then
+    // into the stream. Instead it writes only the JSON (buffer 0 moved out,
+    // its length patched in) and the container is assembled here around
+    // one copy of the buffer.
+    const bool oneBinaryBuffer = model.buffers.size() == 1 && model.buffers[0].uri.empty() &&
+                                 model.buffers[0].name.empty() &&
+                                 model.buffers[0].extras.Type() == tinygltf::NULL_TYPE &&
+                                 model.buffers[0].data.size() <= 0xffffffffu - 4;
+    if (!oneBinaryBuffer) {
+        std::string bytes;
+        StringSink sink(bytes);
+        std::ostream out(&sink);
+        return writeGlb(model, out) ? bytes : std::string();
+    }
+    const std::vector<unsigned char> binary = std::move(model.buffers[0].data);
+    model.buffers[0].data.clear();
+    const std::string json = jsonFor(model, binary.size());
+    if (json.empty()) return {};
+
+    const auto padded = [](size_t size) { return (size + 3) / 4 * 4; };
+    const size_t jsonChunk = padded(json.size());
+    const size_t binaryChunk = padded(binary.size());
+    const size_t total = 12 + 8 + jsonChunk + (binary.empty() ? 0 : 8 + binaryChunk);
+    if (total > 0xffffffffu) return {};
     std::string bytes;
-    bytes.reserve(expected);
-    StringSink sink(bytes);
-    std::ostream out(&sink);
-    if (!writeGlb(model, out)) return {};
+    bytes.reserve(total);
+    bytes.append("glTF");
+    appendWord(bytes, 2);
+    appendWord(bytes, static_cast<uint32_t>(total));
+    appendWord(bytes, static_cast<uint32_t>(jsonChunk));
+    appendWord(bytes, 0x4E4F534Au);  // "JSON"
+    bytes.append(json);
+    bytes.append(jsonChunk - json.size(), ' ');
+    if (!binary.empty()) {
+        appendWord(bytes, static_cast<uint32_t>(binaryChunk));
+        appendWord(bytes, 0x004E4942u);  // "BIN\0"
+        bytes.append(reinterpret_cast<const char*>(binary.data()), binary.size());
+        bytes.append(binaryChunk - binary.size(), '\0');
+    }
     return bytes;
 }
 

@@ -55,9 +55,11 @@ tinygltf::Model buildGltfModel(const HeadAsset& asset);
 /// Returns false when the stream fails.
 bool writeGlb(const tinygltf::Model& model, std::ostream& out);
 
-/// `model` as binary glTF bytes, written once into storage sized for its
-/// buffer up front (a growing string stream moves a 4 MB asset several
-/// times, into fresh pages each time). Empty when the writer fails.
-std::string glbBytes(const tinygltf::Model& model);
+/// `model` as binary glTF bytes, the same bytes writeGlb writes, with the
+/// buffer copied once, into storage sized for it up front (the writer
+/// copies a 4 MB asset twice). Takes the model by value so that a caller
+/// handing over a temporary pays no copy; a caller passing a model it keeps
+/// copies its buffer. Empty when the writer fails.
+std::string glbBytes(tinygltf::Model model);
 
 }  // namespace meridian::exporter

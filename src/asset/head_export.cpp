@@ -167,7 +167,7 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, const float* given,
 
     log.run("head normals and targets", [&] {
         const ModelToGltf& toGltf = settings_.transform;
-        const Eigen::Matrix3Xd base = toGltf(km::planarToVertices(engineHead.data(), head_.count));
+        const Eigen::Matrix3Xd base = toGltf.fromPlanar(engineHead.data(), head_.count);
         const Eigen::Matrix3Xd baseNormals =
             seamlessNormals(base, head_.layout.faces, head_.copyOf);
         MeshNode& node = asset.head;
@@ -178,8 +178,7 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, const float* given,
         node.faces = head_.layout.faces;
         node.surface = kSkin;
         for (size_t s = 0; s < shapes.size(); ++s) {
-            const Eigen::Matrix3Xd shape =
-                toGltf(km::planarToVertices(shapes[s].data(), head_.count));
+            const Eigen::Matrix3Xd shape = toGltf.fromPlanar(shapes[s].data(), head_.count);
             const Eigen::Matrix3Xd normals =
                 seamlessNormals(shape, head_.layout.faces, head_.copyOf);
             node.targets.push_back({bs::kRegions[s].name, (shape - base).cast<float>(),
