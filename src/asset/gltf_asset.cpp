@@ -71,7 +71,8 @@ class BufferWriter {
         view.byteLength = bytes;
         view.target = target;
         buffer.resize(buffer.size() + bytes);
-        std::memcpy(buffer.data() + view.byteOffset, data, bytes);
+        // An empty array's data may be null, which memcpy must never see.
+        if (bytes > 0) std::memcpy(buffer.data() + view.byteOffset, data, bytes);
         model_.bufferViews.push_back(view);
 
         tinygltf::Accessor accessor;
