@@ -168,8 +168,8 @@ class ObjParser {
                 fail(InputFault::malformed,
                      "face corner " + scan::quoted(corner) + " is not v, v/t, v//n or v/t/n");
             if (!t.empty()) {
-                texture[corners - 1] = resolveIndex(t, texcoordCount, "texture coordinate",
-                                                    "texture coordinates");
+                texture[corners - 1] =
+                    resolveIndex(t, texcoordCount, "texture coordinate", "texture coordinates");
                 ++withTexture;
             }
             // The normal index is checked for form only: normals are not read.
