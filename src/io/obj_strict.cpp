@@ -1,7 +1,10 @@
 // Strict OBJ reading in one pass over text held in memory.
+#include <cstring>
 #include <string>
 
+#include "io/digit_runs.h"
 #include "io/input_error.h"
+#include "io/short_numbers.h"
 #include "io/strict_mesh.h"
 #include "io/text_scan.h"
 
@@ -29,21 +32,18 @@ class ObjParser {
     }
 
     StrictMesh parse() {
-        scan::LineReader lines(text_);
-        std::string_view line;
-        while (lines.next(line)) {
-            line_ = lines.lineNumber();
-            scan::TokenReader tokens(line);
-            std::string_view keyword;
-            if (!tokens.next(keyword) || keyword[0] == '#') continue;
-            if (keyword == "v")
-                readVertex(tokens);
-            else if (keyword == "vt")
-                readTexcoord(tokens);
-            else if (keyword == "f")
-                readFace(tokens);
-            else if (!ignored(keyword))
-                fail(InputFault::malformed, "unknown record " + scan::quoted(keyword));
+        const char* const end = text_.data() + text_.size();
+        const char* line = text_.data();
+        // One pass over the bytes: a line of the common forms is read and
+        // checked where it stands; any other line, well formed or not, is
+        // read again by the general path, which gives every refusal its
+        // message. Nothing is stored until a line has passed its checks.
+        while (line != end) {
+            ++line_;
+            const char* next = nullptr;
+            if (MERIDIAN_DIGIT_WORDS && end - line >= shortnum::kShortFormBytes)
+                next = readCommonLine(line, end);
+            line = next ? next : readAnyLine(line, end);
         }
         if (facesWithTexture_ != 0 && facesWithTexture_ != mesh_.faceCount())
             throw InputError(InputFault::malformed, path_,
@@ -53,6 +53,145 @@ class ObjParser {
     }
 
   private:
+    // Blanks within a line: every separator but '\n'.
+    static const char* skipBlanks(const char* p, const char* end) {
+        while (p != end && scan::isBlank(*p)) ++p;
+        return p;
+    }
+
+    // The start of the next line when only blanks are left before the line's
+    // end (or the text's), otherwise null.
+    static const char* lineEndAfter(const char* p, const char* end) {
+        p = skipBlanks(p, end);
+        if (p == end) return end;
+        return *p == '\n' ? p + 1 : nullptr;
+    }
+
+    // `count` short decimals, each ended by a blank or the line's end.
+    static const char* shortDecimals(const char* p, const char* end, float* values, int count) {
+        for (int k = 0; k < count; ++k) {
+            p = skipBlanks(p, end);
+            if (end - p < shortnum::kShortFormBytes || !shortnum::shortDecimal(p, values[k], p) ||
+                !shortnum::isSpace(*p))
+                return nullptr;
+        }
+        return p;
+    }
+
+    // A normal index of a corner: checked for form only.
+    static bool shortNormal(const char*& p) {
+        int32_t normal;
+        return shortnum::shortIndex(p, normal, p) && normal != 0;
+    }
+
+    // A line at `line` of the common forms: "v x y z", "vt u v [w]" with
+    // short decimals, a triangle of short positive indices in range (v,
+    // v/t, v//n or v/t/n, the same at every corner), a comment, a normal, an
+    // empty line. Returns the next line's start, or null (nothing stored)
+    // for any other line. At least kShortFormBytes are readable at `line`.
+    const char* readCommonLine(const char* line, const char* end) {
+        const char first = line[0];
+        if (first == 'v' && line[1] == ' ') {
+            float xyz[3];
+            const char* p = shortDecimals(line + 2, end, xyz, 3);
+            if (!p || !(p = lineEndAfter(p, end))) return nullptr;
+            mesh_.vertices.insert(mesh_.vertices.end(), xyz, xyz + 3);
+            return p;
+        }
+        if (first == 'f' && line[1] == ' ') return readCommonFace(line + 2, end);
+        if (first == 'v' && line[1] == 't' && line[2] == ' ') {
+            float uvw[3];
+            const char* p = shortDecimals(line + 3, end, uvw, 2);
+            if (!p) return nullptr;
+            const char* next = lineEndAfter(p, end);
+            if (!next) {  // a w, or anything else
+                p = shortDecimals(p, end, uvw + 2, 1);
+                if (!p || !(next = lineEndAfter(p, end))) return nullptr;
+            }
+            mesh_.texcoords.insert(mesh_.texcoords.end(), uvw, uvw + 2);
+            return next;
+        }
+        if (first == '#' || (first == 'v' && line[1] == 'n' && line[2] == ' ')) {
+            const void* newline = std::memchr(line, '\n', static_cast<size_t>(end - line));
+            return newline ? static_cast<const char*>(newline) + 1 : end;
+        }
+        if (first == '\n') return line + 1;
+        return nullptr;
+    }
+
+    const char* readCommonFace(const char* p, const char* end) {
+        int32_t vertex[3], texture[3];
+        int withTexture = 0;
+        for (int corner = 0; corner < 3; ++corner) {
+            p = skipBlanks(p, end);
+            if (end - p < shortnum::kShortFormBytes || !shortnum::shortIndex(p, vertex[corner], p))
+                return nullptr;
+            if (*p == '/') {
+                ++p;
+                if (*p == '/') {
+                    if (!shortNormal(++p)) return nullptr;
+                } else {
+                    if (!shortnum::shortIndex(p, texture[corner], p)) return nullptr;
+                    ++withTexture;
+                    if (*p == '/' && !shortNormal(++p)) return nullptr;
+                }
+            }
+            if (!shortnum::isSpace(*p)) return nullptr;
+        }
+        const char* next = lineEndAfter(p, end);
+        if (!next || (withTexture != 0 && withTexture != 3)) return nullptr;
+        const int64_t vertexCount = mesh_.vertexCount();
+        const int64_t texcoordCount = mesh_.texcoordCount();
+        bool inRange = true;
+        for (int c = 0; c < 3; ++c) {
+            inRange &= vertex[c] >= 1 && vertex[c] <= vertexCount;
+            --vertex[c];
+            if (withTexture) {
+                inRange &= texture[c] >= 1 && texture[c] <= texcoordCount;
+                --texture[c];
+            }
+        }
+        if (!inRange) return nullptr;
+        storeFace(vertex, texture, withTexture == 3);
+        return next;
+    }
+
+    // The line at `line` by the general path; returns the next line's start.
+    const char* readAnyLine(const char* line, const char* end) {
+        const void* newline = std::memchr(line, '\n', static_cast<size_t>(end - line));
+        const char* lineEnd = newline ? static_cast<const char*>(newline) : end;
+        std::string_view text(line, static_cast<size_t>(lineEnd - line));
+        // CR LF reads like LF.
+        if (newline && !text.empty() && text.back() == '\r') text.remove_suffix(1);
+        readLine(text);
+        return newline ? lineEnd + 1 : end;
+    }
+
+    void readLine(std::string_view line) {
+        scan::TokenReader tokens(line);
+        std::string_view keyword;
+        if (!tokens.next(keyword) || keyword[0] == '#') return;
+        if (keyword == "v")
+            readVertex(tokens);
+        else if (keyword == "vt")
+            readTexcoord(tokens);
+        else if (keyword == "f")
+            readFace(tokens);
+        else if (!ignored(keyword))
+            fail(InputFault::malformed, "unknown record " + scan::quoted(keyword));
+    }
+
+    void storeFace(const int32_t* vertex, const int32_t* texture, bool withTexture) {
+        mesh_.faces.insert(mesh_.faces.end(), vertex, vertex + 3);
+        if (withTexture) {
+            // Texture faces stay aligned with faces: pad the faces read
+            // without them, and refuse the mix at the end.
+            mesh_.textureFaces.resize(mesh_.faces.size() - 3, 0);
+            mesh_.textureFaces.insert(mesh_.textureFaces.end(), texture, texture + 3);
+            ++facesWithTexture_;
+        }
+    }
+
     static bool ignored(std::string_view keyword) {
         return keyword == "vn" || keyword == "o" || keyword == "g" || keyword == "s" ||
                keyword == "usemtl" || keyword == "mtllib";
@@ -186,14 +325,7 @@ class ObjParser {
                  "a face of " + std::to_string(corners) + " corners; only triangles are read");
         if (withTexture != 0 && withTexture != 3)
             fail(InputFault::malformed, "a face with texture coordinates at some corners only");
-        for (int32_t v : vertex) mesh_.faces.push_back(v);
-        if (withTexture == 3) {
-            // Texture faces stay aligned with faces: pad the faces read
-            // without them, and refuse the mix at the end.
-            mesh_.textureFaces.resize(mesh_.faces.size() - 3, 0);
-            mesh_.textureFaces.insert(mesh_.textureFaces.end(), texture, texture + 3);
-            ++facesWithTexture_;
-        }
+        storeFace(vertex, texture, withTexture == 3);
     }
 
     std::string_view text_;
