@@ -5,6 +5,7 @@
 #include "io/digit_runs.h"
 #include "io/input_error.h"
 #include "io/short_numbers.h"
+#include "io/token_starts.h"
 #include "io/strict_mesh.h"
 #include "io/text_scan.h"
 
@@ -41,8 +42,8 @@ class ObjParser {
         while (line != end) {
             ++line_;
             const char* next = nullptr;
-            if (MERIDIAN_DIGIT_WORDS && end - line >= shortnum::kShortFormBytes)
-                next = readCommonLine(line, end);
+            if (MERIDIAN_DIGIT_WORDS && end - line >= kCommonLineBytes)
+                next = readCommonLine(line);
             line = next ? next : readAnyLine(line, end);
         }
         if (facesWithTexture_ != 0 && facesWithTexture_ != mesh_.faceCount())
@@ -53,29 +54,30 @@ class ObjParser {
     }
 
   private:
-    // Blanks within a line: every separator but '\n'.
-    static const char* skipBlanks(const char* p, const char* end) {
-        while (p != end && scan::isBlank(*p)) ++p;
-        return p;
+    // Bytes that must be readable at a line's start for readCommonLine: its
+    // 64-byte window, and the short form of a token starting in its last byte.
+    static constexpr ptrdiff_t kCommonLineBytes = 64 + shortnum::kShortFormBytes;
+
+    // The number of bits set in `bits`, counted up to four (a record of more
+    // numbers than that is not of a common form).
+    static int bitsUpToFour(uint64_t bits) {
+        const uint64_t second = bits & (bits - 1);
+        const uint64_t third = second & (second - 1);
+        const uint64_t fourth = third & (third - 1);
+        return (bits != 0) + (second != 0) + (third != 0) + (fourth != 0);
     }
 
-    // The start of the next line when only blanks are left before the line's
-    // end (or the text's), otherwise null.
-    static const char* lineEndAfter(const char* p, const char* end) {
-        p = skipBlanks(p, end);
-        if (p == end) return end;
-        return *p == '\n' ? p + 1 : nullptr;
+    // The next token start of `starts` (cleared from it), as a pointer.
+    static const char* takeStart(const char* line, uint64_t& starts) {
+        const char* token = line + lowestSetBit(starts);
+        starts &= starts - 1;
+        return token;
     }
 
-    // `count` short decimals, each ended by a blank or the line's end.
-    static const char* shortDecimals(const char* p, const char* end, float* values, int count) {
-        for (int k = 0; k < count; ++k) {
-            p = skipBlanks(p, end);
-            if (end - p < shortnum::kShortFormBytes || !shortnum::shortDecimal(p, values[k], p) ||
-                !shortnum::isSpace(*p))
-                return nullptr;
-        }
-        return p;
+    // A short decimal that is the whole token at p.
+    static bool shortDecimalToken(const char* p, float& value) {
+        const char* stop;
+        return shortnum::shortDecimal(p, value, stop) && shortnum::isSpace(*stop);
     }
 
     // A normal index of a corner: checked for form only.
@@ -84,62 +86,75 @@ class ObjParser {
         return shortnum::shortIndex(p, normal, p) && normal != 0;
     }
 
-    // A line at `line` of the common forms: "v x y z", "vt u v [w]" with
-    // short decimals, a triangle of short positive indices in range (v,
-    // v/t, v//n or v/t/n, the same at every corner), a comment, a normal, an
-    // empty line. Returns the next line's start, or null (nothing stored)
-    // for any other line. At least kShortFormBytes are readable at `line`.
-    const char* readCommonLine(const char* line, const char* end) {
+    // A line at `line` of the common forms, shorter than 64 bytes: "v x y
+    // z", "vt u v [w]" with short decimals, a triangle of short positive
+    // indices in range (v, v/t, v//n or v/t/n, the same form at every
+    // corner), a comment, a normal, an empty line. Returns the next line's
+    // start, or null (nothing stored) for any other line. The tokens are
+    // found from the window's masks, so that each is converted without
+    // waiting for the end of the one before. kCommonLineBytes must be
+    // readable at `line`.
+    const char* readCommonLine(const char* line) {
+        const BlockMasks masks = blockMasks(line);
+        if (masks.newlines == 0) return nullptr;
+        const int length = lowestSetBit(masks.newlines);
+        const char* const next = line + length + 1;
+        // A token starts at a non-blank after a blank or the line's start.
+        uint64_t starts = ~masks.blanks & ((masks.blanks << 1) | 1) &
+                          ((uint64_t{1} << length) - 1);
+        if (length == 0) return next;
+        if (!(starts & 1)) return nullptr;  // a blank first
+        starts &= starts - 1;               // the keyword
+        const int count = bitsUpToFour(starts);
         const char first = line[0];
-        if (first == 'v' && line[1] == ' ') {
+        const bool keywordOfOne = (masks.blanks >> 1) & 1;
+        if (first == 'v' && keywordOfOne) {
             float xyz[3];
-            const char* p = shortDecimals(line + 2, end, xyz, 3);
-            if (!p || !(p = lineEndAfter(p, end))) return nullptr;
-            mesh_.vertices.insert(mesh_.vertices.end(), xyz, xyz + 3);
-            return p;
-        }
-        if (first == 'f' && line[1] == ' ') return readCommonFace(line + 2, end);
-        if (first == 'v' && line[1] == 't' && line[2] == ' ') {
-            float uvw[3];
-            const char* p = shortDecimals(line + 3, end, uvw, 2);
-            if (!p) return nullptr;
-            const char* next = lineEndAfter(p, end);
-            if (!next) {  // a w, or anything else
-                p = shortDecimals(p, end, uvw + 2, 1);
-                if (!p || !(next = lineEndAfter(p, end))) return nullptr;
-            }
-            mesh_.texcoords.insert(mesh_.texcoords.end(), uvw, uvw + 2);
+            if (count != 3) return nullptr;
+            for (float& c : xyz)
+                if (!shortDecimalToken(takeStart(line, starts), c)) return nullptr;
+            for (float c : xyz) mesh_.vertices.push_back(c);
             return next;
         }
-        if (first == '#' || (first == 'v' && line[1] == 'n' && line[2] == ' ')) {
-            const void* newline = std::memchr(line, '\n', static_cast<size_t>(end - line));
-            return newline ? static_cast<const char*>(newline) + 1 : end;
+        if (first == 'f' && keywordOfOne) {
+            if (count != 3 || !readCommonFace(line, starts)) return nullptr;
+            return next;
         }
-        if (first == '\n') return line + 1;
+        const bool keywordOfTwo = !keywordOfOne && ((masks.blanks >> 2) & 1);
+        if (first == 'v' && line[1] == 't' && keywordOfTwo) {
+            float uvw[3];
+            if (count != 2 && count != 3) return nullptr;
+            for (int k = 0; k < count; ++k)
+                if (!shortDecimalToken(takeStart(line, starts), uvw[k])) return nullptr;
+            mesh_.texcoords.push_back(uvw[0]);
+            mesh_.texcoords.push_back(uvw[1]);
+            return next;
+        }
+        if (first == '#' || (first == 'v' && line[1] == 'n' && keywordOfTwo)) return next;
         return nullptr;
     }
 
-    const char* readCommonFace(const char* p, const char* end) {
+    // The three corners whose starts are in `starts`: stored when every one
+    // is of the same short form and in range, otherwise false.
+    bool readCommonFace(const char* line, uint64_t starts) {
         int32_t vertex[3], texture[3];
         int withTexture = 0;
         for (int corner = 0; corner < 3; ++corner) {
-            p = skipBlanks(p, end);
-            if (end - p < shortnum::kShortFormBytes || !shortnum::shortIndex(p, vertex[corner], p))
-                return nullptr;
+            const char* p = takeStart(line, starts);
+            if (!shortnum::shortIndex(p, vertex[corner], p)) return false;
             if (*p == '/') {
                 ++p;
                 if (*p == '/') {
-                    if (!shortNormal(++p)) return nullptr;
+                    if (!shortNormal(++p)) return false;
                 } else {
-                    if (!shortnum::shortIndex(p, texture[corner], p)) return nullptr;
+                    if (!shortnum::shortIndex(p, texture[corner], p)) return false;
                     ++withTexture;
-                    if (*p == '/' && !shortNormal(++p)) return nullptr;
+                    if (*p == '/' && !shortNormal(++p)) return false;
                 }
             }
-            if (!shortnum::isSpace(*p)) return nullptr;
+            if (!shortnum::isSpace(*p)) return false;
         }
-        const char* next = lineEndAfter(p, end);
-        if (!next || (withTexture != 0 && withTexture != 3)) return nullptr;
+        if (withTexture != 0 && withTexture != 3) return false;
         const int64_t vertexCount = mesh_.vertexCount();
         const int64_t texcoordCount = mesh_.texcoordCount();
         bool inRange = true;
@@ -151,9 +166,9 @@ class ObjParser {
                 --texture[c];
             }
         }
-        if (!inRange) return nullptr;
+        if (!inRange) return false;
         storeFace(vertex, texture, withTexture == 3);
-        return next;
+        return true;
     }
 
     // The line at `line` by the general path; returns the next line's start.
@@ -182,12 +197,12 @@ class ObjParser {
     }
 
     void storeFace(const int32_t* vertex, const int32_t* texture, bool withTexture) {
-        mesh_.faces.insert(mesh_.faces.end(), vertex, vertex + 3);
+        for (int c = 0; c < 3; ++c) mesh_.faces.push_back(vertex[c]);
         if (withTexture) {
             // Texture faces stay aligned with faces: pad the faces read
             // without them, and refuse the mix at the end.
             mesh_.textureFaces.resize(mesh_.faces.size() - 3, 0);
-            mesh_.textureFaces.insert(mesh_.textureFaces.end(), texture, texture + 3);
+            for (int c = 0; c < 3; ++c) mesh_.textureFaces.push_back(texture[c]);
             ++facesWithTexture_;
         }
     }
