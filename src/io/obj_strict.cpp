@@ -39,11 +39,25 @@ class ObjParser {
         // checked where it stands; any other line, well formed or not, is
         // read again by the general path, which gives every refusal its
         // message. Nothing is stored until a line has passed its checks.
+        // The masks of a 64-byte window serve every line that ends inside
+        // it; a new window starts at the first line that does not.
+        const char* window = line;
+        BlockMasks windowMasks{0, 0};
         while (line != end) {
             ++line_;
             const char* next = nullptr;
-            if (MERIDIAN_DIGIT_WORDS && end - line >= kCommonLineBytes)
-                next = readCommonLine(line);
+            if (MERIDIAN_DIGIT_WORDS) {
+                auto offset = static_cast<size_t>(line - window);
+                if ((offset >= 64 || (windowMasks.newlines >> offset) == 0) &&
+                    end - line >= kCommonLineBytes) {
+                    window = line;
+                    windowMasks = blockMasks(line);
+                    offset = 0;
+                }
+                if (offset < 64 && (windowMasks.newlines >> offset) != 0)
+                    next = readCommonLine(
+                        line, {windowMasks.blanks >> offset, windowMasks.newlines >> offset});
+            }
             line = next ? next : readAnyLine(line, end);
         }
         if (facesWithTexture_ != 0 && facesWithTexture_ != mesh_.faceCount())
@@ -86,17 +100,16 @@ class ObjParser {
         return shortnum::shortIndex(p, normal, p) && normal != 0;
     }
 
-    // A line at `line` of the common forms, shorter than 64 bytes: "v x y
-    // z", "vt u v [w]" with short decimals, a triangle of short positive
-    // indices in range (v, v/t, v//n or v/t/n, the same form at every
-    // corner), a comment, a normal, an empty line. Returns the next line's
-    // start, or null (nothing stored) for any other line. The tokens are
-    // found from the window's masks, so that each is converted without
-    // waiting for the end of the one before. kCommonLineBytes must be
-    // readable at `line`.
-    const char* readCommonLine(const char* line) {
-        const BlockMasks masks = blockMasks(line);
-        if (masks.newlines == 0) return nullptr;
+    // A line at `line` of the common forms: "v x y z", "vt u v [w]" with
+    // short decimals, a triangle of short positive indices in range (v, v/t,
+    // v//n or v/t/n, the same form at every corner), a comment, a normal, an
+    // empty line. Returns the next line's start, or null (nothing stored)
+    // for any other line. `masks` are those of the bytes from `line` on (bit
+    // 0: line[0]) and hold the line's end; they come from a window with
+    // kCommonLineBytes readable at its start. The tokens are found from the
+    // masks, so that each is converted without waiting for the end of the
+    // one before.
+    const char* readCommonLine(const char* line, BlockMasks masks) {
         const int length = lowestSetBit(masks.newlines);
         const char* const next = line + length + 1;
         // A token starts at a non-blank after a blank or the line's start.
