@@ -5,9 +5,9 @@
 #include "io/digit_runs.h"
 #include "io/input_error.h"
 #include "io/short_numbers.h"
-#include "io/token_starts.h"
 #include "io/strict_mesh.h"
 #include "io/text_scan.h"
+#include "io/token_starts.h"
 
 namespace kestrel::meridian {
 
@@ -113,8 +113,7 @@ class ObjParser {
         const int length = lowestSetBit(masks.newlines);
         const char* const next = line + length + 1;
         // A token starts at a non-blank after a blank or the line's start.
-        uint64_t starts = ~masks.blanks & ((masks.blanks << 1) | 1) &
-                          ((uint64_t{1} << length) - 1);
+        uint64_t starts = ~masks.blanks & ((masks.blanks << 1) | 1) & ((uint64_t{1} << length) - 1);
         if (length == 0) return next;
         if (!(starts & 1)) return nullptr;  // a blank first
         starts &= starts - 1;               // the keyword
