@@ -50,6 +50,9 @@ inline MERIDIAN_SHORT_NOINLINE float exactFloat(const char* mantissa, const char
     return negative ? -value : value;
 }
 
+/// 10^k for k = 0..8, exact doubles.
+inline constexpr double kDecimalScales[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
+
 /// Length of the digit run at q, from 0 to 8 (8: the first eight bytes are
 /// all digits; the run may go on). `digits` gets the value of those (at most
 /// eight) digits when there is one or more. Reads eight bytes at q as a
@@ -87,13 +90,12 @@ inline bool shortDecimal(const char* p, float& value, const char*& stop) {
     // exact doubles, so the quotient is the double nearest the decimal, zero
     // or well inside the range of normal floats. Narrowing it rounds as the
     // exact conversion does unless it lies exactly halfway between two floats.
-    static constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
     if (digits == 0) {
         value = negative ? -0.0f : 0.0f;
         return true;
     }
     const double exact =
-        static_cast<double>(static_cast<int64_t>(digits)) / kPowersOfTen[fractionRun];
+        static_cast<double>(static_cast<int64_t>(digits)) / kDecimalScales[fractionRun];
     uint64_t bits;
     std::memcpy(&bits, &exact, sizeof bits);
     if ((bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28)) {
