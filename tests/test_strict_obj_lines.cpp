@@ -11,8 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures.h"
 #include "io/input_error.h"
 #include "io/strict_mesh.h"
+#include "io/strict_tables.h"
 
 namespace {
 
@@ -161,6 +163,39 @@ TEST(StrictObjLines, FacesReadTheSameOnBothPaths) {
         "f 1 2 3 # note",
         "f 1 2" + std::string(70, ' ') + "3",
     });
+}
+
+// Files are read into storage that is not cleared first: what is read from
+// disk must be exactly the file's bytes, however the text ends.
+TEST(StrictObjLines, FilesReadLikeTheirBytes) {
+    const meridian::testing::TempDir dir;
+    const std::string mesh = kPreamble + std::string("f 1/1 2/2 3/3\n# ") + std::string(100, '-');
+    const std::string texts[] = {
+        "",
+        mesh,
+        mesh + "\nf 1/1 2/2 3/3",
+        mesh + "\nf 1/1 2/2 3/3\n",
+        mesh + "\nv 1.5 2.5 3.5x",
+        mesh + "\nf 1/1 2/2 4/3",
+    };
+    for (const std::string& text : texts) {
+        SCOPED_TRACE("text of " + std::to_string(text.size()) + " bytes");
+        Outcome fromFile;
+        try {
+            fromFile.mesh = km::readStrictMesh(dir.write("mesh.obj", text));
+        } catch (const km::InputError& e) {
+            fromFile.refused = true;
+            fromFile.fault = e.fault();
+            fromFile.message = std::string(e.what()).substr(e.path().size());
+        }
+        Outcome fromBytes = readObj(text);
+        if (fromBytes.refused) fromBytes.message = fromBytes.message.substr(std::strlen("t.obj"));
+        expectSame(fromFile, fromBytes);
+    }
+    // The tables share the read.
+    EXPECT_EQ(km::readStrictIndexList(dir.write("list.txt", "4 5\n6")),
+              (std::vector<int32_t>{4, 5, 6}));
+    EXPECT_TRUE(km::readStrictIndexList(dir.write("empty.txt", "")).empty());
 }
 
 }  // namespace
