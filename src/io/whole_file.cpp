@@ -33,9 +33,8 @@ WholeFile readFileBytes(const std::string& path, int64_t maxBytes) {
     if (!file) throw InputError(InputFault::unreadable, path, std::strerror(errno));
     WholeFile bytes;
     bytes.size = static_cast<size_t>(status.st_size);
-    // Uninitialised (the read overwrites every byte); one byte more so that
-    // an empty file still has storage.
-    bytes.data.reset(new char[bytes.size + 1]);
+    // Uninitialised: the read overwrites every byte.
+    bytes.data.reset(new char[bytes.size]);
     const size_t read = std::fread(bytes.data.get(), 1, bytes.size, file.get());
     // A file that shrank while it was read is refused rather than half read.
     if (read != bytes.size || std::ferror(file.get()))
