@@ -21,7 +21,7 @@ std::vector<float> parseHeadPlanar(std::string_view bytes, const std::string& pa
 }
 
 std::vector<float> readHeadPlanar(const std::string& path) {
-    return parseHeadPlanar(readWholeFile(path), path);
+    return parseHeadPlanar(readFileBytes(path).view(), path);
 }
 
 }  // namespace kestrel::meridian

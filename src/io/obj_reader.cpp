@@ -16,20 +16,19 @@
 #include "io/digit_runs.h"
 #include "io/input_limits.h"
 #include "io/mesh_readers.h"
+#include "io/short_numbers.h"
 #include "io/token_starts.h"
 
 namespace kestrel::meridian {
 
 namespace {
 
-// ' ' and '\t' '\n' '\v' '\f' '\r' (9..13).
-bool isSpace(char c) {
-    return c == ' ' || static_cast<unsigned char>(c - '\t') < 5;
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
+using shortnum::exactFloat;
+using shortnum::isDigit;
+using shortnum::isSpace;
+using shortnum::kShortFormBytes;
+using shortnum::shortDecimal;
+using shortnum::shortRun;
 
 #if defined(_MSC_VER) && !defined(__clang__)
 #define MERIDIAN_NOINLINE __declspec(noinline)
@@ -68,19 +67,6 @@ inline bool roundedByDouble(uint64_t digits, int digitCount, int scale, bool neg
     if (halfway || !(exact >= FLT_MIN && exact <= FLT_MAX)) return false;
     value = negative ? -static_cast<float>(exact) : static_cast<float>(exact);
     return true;
-}
-
-// The correctly rounded float of [mantissa, end) (digits, point, exponent).
-MERIDIAN_NOINLINE float exactFloat(const char* mantissa, const char* end, bool negative) {
-    float value = 0.0f;
-    if (std::from_chars(mantissa, end, value).ec != std::errc()) {
-        // Out of range: strtof gives the rounded subnormal or zero on
-        // underflow; stream extraction turns an overflow into FLT_MAX.
-        const std::string text(mantissa, end);
-        value = std::strtof(text.c_str(), nullptr);
-        if (value > FLT_MAX) value = FLT_MAX;
-    }
-    return negative ? -value : value;
 }
 
 // parseFloat of a number with an exponent marker after its digits at `p`.
@@ -133,25 +119,6 @@ inline float parseFloat(const char* begin, const char* end, const char** stop) {
     return exactFloat(mantissa, p, negative);
 }
 
-// Length of the digit run at q, from 0 to 8 (8: the first eight bytes are all
-// digits; the run may go on). `digits` gets the value of those (at most eight)
-// digits when there is one or more. Reads eight bytes at q as a little-endian
-// word, so the parse loop takes the short forms only where
-// MERIDIAN_DIGIT_WORDS holds.
-inline int shortRun(const char* q, uint64_t& digits) {
-    uint64_t word;
-    std::memcpy(&word, q, sizeof word);
-    const uint64_t values = word ^ 0x3030303030303030;
-    const uint64_t notDigit = ((values + 0x7676767676767676) | values) & 0x8080808080808080;
-    const int run = notDigit == 0 ? 8 : lowestSetBit(notDigit) / 8;
-    if (run != 0) digits = eightDigitValue(values << (8 * (8 - run)));
-    return run;
-}
-
-// Bytes that must be readable from a token's start for shortCorner and
-// shortDecimal (the longest forms they take, and the byte after).
-constexpr ptrdiff_t kShortFormBytes = 24;
-
 // The common face corner: "a" or "a/b..." where a and b are unsigned whole
 // numbers of one to seven digits, each read with one word. Gives the number of
 // values read (1: a alone, 2: a and b), or 0 for any other form, which is left
@@ -171,43 +138,6 @@ inline int shortCorner(const char* p, float& vertex, float& texture) {
     if (secondAfter == '.' || secondAfter == 'e' || secondAfter == 'E') return 0;
     texture = static_cast<float>(static_cast<int32_t>(digits));
     return 2;
-}
-
-// The common coordinate: [+-]w.f with one to seven digits w and one to eight
-// digits f and no exponent, converted as parseFloat does (the same digits,
-// count and scale go to the same rounding). False for any other form.
-inline bool shortDecimal(const char* p, float& value) {
-    const bool negative = *p == '-';
-    const char* const mantissa = p + (*p == '-' || *p == '+');
-    uint64_t whole = 0;
-    const int wholeRun = shortRun(mantissa, whole);
-    if (wholeRun == 0 || wholeRun == 8 || mantissa[wholeRun] != '.') return false;
-    const char* const fraction = mantissa + wholeRun + 1;
-    uint64_t part = 0;
-    const int fractionRun = shortRun(fraction, part);
-    if (fractionRun == 0) return false;
-    const char after = fraction[fractionRun];
-    if (isDigit(after) || after == 'e' || after == 'E') return false;
-    const uint64_t digits = whole * kDigitRunScales[fractionRun] + part;
-    // roundedByDouble for this form: at most 15 digits and 8 decimals, so
-    // the digits and the power of ten are exact doubles and the quotient is
-    // zero or well inside the range of normal floats. Only a quotient halfway
-    // between two floats needs the exact conversion.
-    static constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
-    if (digits == 0) {
-        value = negative ? -0.0f : 0.0f;
-        return true;
-    }
-    const double exact =
-        static_cast<double>(static_cast<int64_t>(digits)) / kPowersOfTen[fractionRun];
-    uint64_t bits;
-    std::memcpy(&bits, &exact, sizeof bits);
-    if ((bits & ((uint64_t{1} << 29) - 1)) == (uint64_t{1} << 28)) {
-        value = exactFloat(mantissa, fraction + fractionRun, negative);
-        return true;
-    }
-    value = negative ? -static_cast<float>(exact) : static_cast<float>(exact);
-    return true;
 }
 
 // The numbers of one table as parsed, before they are widened into it.
@@ -362,7 +292,8 @@ ObjMeshData parseObj(std::string_view text, const std::string& source) {
         if (MERIDIAN_DIGIT_WORDS && end - p >= kShortFormBytes) {
             float value, texture;
             if (mode != Mode::face) {
-                if (shortDecimal(p, value)) {
+                const char* stop;
+                if (shortDecimal(p, value, stop)) {
                     if (++numbers <= kMaxObjNumbers) push(values, value);
                     continue;
                 }

@@ -27,7 +27,7 @@ StrictMesh parseStrictMesh(std::string_view bytes, const std::string& path) {
 }
 
 StrictMesh readStrictMesh(const std::string& path) {
-    return parseStrictMesh(readWholeFile(path), path);
+    return parseStrictMesh(readFileBytes(path).view(), path);
 }
 
 }  // namespace kestrel::meridian

@@ -38,7 +38,8 @@ int32_t indexField(std::string_view token, const std::string& path, int64_t line
 }  // namespace
 
 Correspondence readStrictCorrespondence(const std::string& path) {
-    const std::string text = readWholeFile(path);
+    const WholeFile file = readFileBytes(path);
+    const std::string_view text = file.view();
     scan::LineReader lines(text);
     std::string_view line;
     int64_t base = -1, count = -1;
@@ -112,7 +113,8 @@ Correspondence readStrictCorrespondence(const std::string& path) {
 }
 
 std::vector<int32_t> readStrictIndexList(const std::string& path) {
-    const std::string text = readWholeFile(path);
+    const WholeFile file = readFileBytes(path);
+    const std::string_view text = file.view();
     scan::LineReader lines(text);
     std::vector<int32_t> list;
     std::string_view line, token;
@@ -124,7 +126,8 @@ std::vector<int32_t> readStrictIndexList(const std::string& path) {
 }
 
 std::vector<double> readStrictWeights(const std::string& path) {
-    const std::string text = readWholeFile(path);
+    const WholeFile file = readFileBytes(path);
+    const std::string_view text = file.view();
     scan::LineReader lines(text);
     std::vector<double> weights;
     std::string_view line, token;

@@ -19,6 +19,41 @@
 
 namespace kestrel::meridian {
 
+/// Which of 64 bytes are blanks and which are line ends.
+struct BlockMasks {
+    uint64_t blanks;    ///< bit i set when byte i is ' ' or '\t' '\n' '\v' '\f' '\r'
+    uint64_t newlines;  ///< bit i set when byte i is '\n'
+};
+
+/// The masks of the 64 bytes at `block`, which must all be readable.
+inline BlockMasks blockMasks(const char* block) {
+#if MERIDIAN_TOKEN_SSE2
+    uint64_t blanks = 0, newlines = 0;
+    for (int k = 0; k < 4; ++k) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 16 * k));
+        // Signed bytes: 9..13 is a range of positive values, and bytes
+        // from 0x80 up are negative, so never in it.
+        const __m128i control = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8(8)),
+                                              _mm_cmplt_epi8(bytes, _mm_set1_epi8(14)));
+        const __m128i blank = _mm_or_si128(control, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')));
+        const __m128i newline = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n'));
+        blanks |= static_cast<uint64_t>(static_cast<uint16_t>(_mm_movemask_epi8(blank)))
+                  << (16 * k);
+        newlines |= static_cast<uint64_t>(static_cast<uint16_t>(_mm_movemask_epi8(newline)))
+                    << (16 * k);
+    }
+    return {blanks, newlines};
+#else
+    uint64_t blanks = 0, newlines = 0;
+    for (int i = 0; i < 64; ++i) {
+        const char c = block[i];
+        if (c == ' ' || static_cast<unsigned char>(c - '\t') < 5) blanks |= uint64_t{1} << i;
+        if (c == '\n') newlines |= uint64_t{1} << i;
+    }
+    return {blanks, newlines};
+#endif
+}
+
 /// The tokens of a text, in order: maximal runs of bytes other than ' ' and
 /// '\t' '\n' '\v' '\f' '\r'.
 class TokenStarts {
@@ -52,27 +87,7 @@ class TokenStarts {
             std::memcpy(padded, block, length);
             block = padded;
         }
-#if MERIDIAN_TOKEN_SSE2
-        uint64_t mask = 0;
-        for (int k = 0; k < 4; ++k) {
-            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 16 * k));
-            // Signed bytes: 9..13 is a range of positive values, and bytes
-            // from 0x80 up are negative, so never in it.
-            const __m128i control = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8(8)),
-                                                  _mm_cmplt_epi8(bytes, _mm_set1_epi8(14)));
-            const __m128i blank = _mm_or_si128(control, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')));
-            mask |= static_cast<uint64_t>(static_cast<uint16_t>(_mm_movemask_epi8(blank)))
-                    << (16 * k);
-        }
-        return mask;
-#else
-        uint64_t mask = 0;
-        for (int i = 0; i < 64; ++i) {
-            const char c = block[i];
-            if (c == ' ' || static_cast<unsigned char>(c - '\t') < 5) mask |= uint64_t{1} << i;
-        }
-        return mask;
-#endif
+        return blockMasks(block).blanks;
     }
 
     const char* text_;

@@ -19,7 +19,7 @@ struct FileCloser {
 
 }  // namespace
 
-std::string readWholeFile(const std::string& path, int64_t maxBytes) {
+WholeFile readFileBytes(const std::string& path, int64_t maxBytes) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
         throw InputError(InputFault::missingFile, path, "no such file");
@@ -31,12 +31,20 @@ std::string readWholeFile(const std::string& path, int64_t maxBytes) {
                              std::to_string(maxBytes));
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
     if (!file) throw InputError(InputFault::unreadable, path, std::strerror(errno));
-    std::string bytes(static_cast<size_t>(status.st_size), '\0');
-    const size_t read = std::fread(bytes.data(), 1, bytes.size(), file.get());
+    WholeFile bytes;
+    bytes.size = static_cast<size_t>(status.st_size);
+    // Uninitialised: the read overwrites every byte.
+    bytes.data.reset(new char[bytes.size]);
+    const size_t read = std::fread(bytes.data.get(), 1, bytes.size, file.get());
     // A file that shrank while it was read is refused rather than half read.
-    if (read != bytes.size() || std::ferror(file.get()))
+    if (read != bytes.size || std::ferror(file.get()))
         throw InputError(InputFault::unreadable, path, "read failed");
     return bytes;
+}
+
+std::string readWholeFile(const std::string& path, int64_t maxBytes) {
+    const WholeFile bytes = readFileBytes(path, maxBytes);
+    return std::string(bytes.view());
 }
 
 }  // namespace kestrel::meridian
