@@ -1,6 +1,8 @@
 #include "bench_data.h"
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+#include <process.h>
+#else
 #include <fcntl.h>
 #include <unistd.h>
 #endif
@@ -8,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
 
 #include "demo/demo_model.h"
 #include "io/planar.h"
@@ -18,8 +21,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// One folder per process: two benchmark runs at once must not delete each
+// other's model when the first one exits.
+fs::path processTempPath(const char* name) {
+#if defined(_WIN32)
+    const long processId = _getpid();
+#else
+    const long processId = getpid();
+#endif
+    return fs::temp_directory_path() / (std::string(name) + "-" + std::to_string(processId));
+}
+
 struct DemoModelDir {
-    DemoModelDir(const char* name, bool blendshapes) : path(fs::temp_directory_path() / name) {
+    DemoModelDir(const char* name, bool blendshapes) : path(processTempPath(name)) {
         std::string error;
         demo::DemoModelOptions options;
         options.blendshapes = blendshapes;

@@ -87,7 +87,7 @@ BENCHMARK(BM_SwapHeadByKernel)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 void BM_SwapHeadShuffledEngineOrder(benchmark::State& state) {
     namespace fs = std::filesystem;
     using namespace kestrel::meridian;
-    const fs::path dir = fs::temp_directory_path() / "meridian-bench-shuffled-swap";
+    const fs::path dir = fs::path(meridian::bench::demoModelDir()) / "shuffled-swap";
     fs::create_directories(dir);
     fs::copy_file(fs::path(meridian::bench::demoModelDir()) / "idx_tavi2head.corresp",
                   dir / "idx_tavi2head.corresp", fs::copy_options::overwrite_existing);
