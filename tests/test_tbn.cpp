@@ -112,11 +112,14 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     EXPECT_FALSE(km::buildFrameTopology(
         faces, uvFaces, uv, n,
         guardDeterminant ? km::DeterminantGuard::epsilon : km::DeterminantGuard::none, topology));
-    const Eigen::MatrixXd planar = positions.transpose();  // column-major: all x, all y, all z
+    // Column-major records: x y z 0 of vertex i at 4i.
+    Eigen::MatrixXd records = Eigen::MatrixXd::Zero(4, n);
+    records.topRows(3) = positions;
     const Eigen::MatrixXd accumulator =
         km::literal::accumulateFrames(positions, uv, faces, uvFaces, guardDeterminant);
-    // Column-major, so x y z of vertex i at 3i as the kernels lay them out.
-    const Eigen::MatrixXd literalSums = accumulator.bottomRows(3);
+    // Column-major records, x y z 0 of vertex i at 4i as the kernels lay them out.
+    Eigen::MatrixXd literalSums = Eigen::MatrixXd::Zero(4, n);
+    literalSums.topRows(3) = accumulator.bottomRows(3);
     std::vector<float> literalFrames(9 * n);
     km::matrixToPlanar(km::literal::framesFromAccumulator(accumulator), literalFrames.data());
 
@@ -135,9 +138,10 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     bool same = true;
     for (const km::simd::Level level : km::simd::kLevels) {
         if (!km::simd::levelAvailable(level)) continue;
-        std::vector<double> sums(3 * n);
+        // NaN-filled, so a record the passes leave unwritten shows.
+        std::vector<double> sums(4 * n, std::numeric_limits<double>::quiet_NaN());
         std::vector<float> frames(9 * n), pickedFrames(9 * pick.size());
-        km::accumulateNormalSums(topology, planar.data(), sums.data(), level);
+        km::accumulateNormalSums(topology, records.data(), sums.data(), level);
         km::writeVertexFrames(sums.data(), nullptr, n, frames.data(), level);
         km::writeVertexFrames(sums.data(), pick.data(), picked, pickedFrames.data(), level);
         const bool sameSums =

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "tbn/frame_kernels.h"
+#include "tbn/record_buffer.h"
 
 namespace kestrel::meridian {
 
@@ -16,6 +17,42 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
     if (!(shifted > -1.0 && shifted < static_cast<double>(count))) return false;
     index = static_cast<int32_t>(shifted);
     return true;
+}
+
+// The wide passes of one instruction set.
+struct WidePasses {
+    size_t (*faceNormals)(const kernels::FaceTables&, const double*, double*);
+    void (*normalSums)(const kernels::IncidenceTables&, const double*, double*);
+    ptrdiff_t (*vertexFrames)(const kernels::FrameOutput&);
+};
+
+// The passes of `level`, or null where there are none (scalar steps only).
+const WidePasses* widePasses(simd::Level level) {
+#if MERIDIAN_SIMD_X86
+    static constexpr WidePasses sse2{kernels::faceNormalsSse2, kernels::normalSumsSse2,
+                                     kernels::vertexFramesSse2};
+    static constexpr WidePasses avx{kernels::faceNormalsAvx, kernels::normalSumsAvx,
+                                    kernels::vertexFramesAvx};
+    static constexpr WidePasses avx2{kernels::faceNormalsAvx2, kernels::normalSumsAvx2,
+                                     kernels::vertexFramesAvx2};
+    static constexpr WidePasses avx512{kernels::faceNormalsAvx512, kernels::normalSumsAvx512,
+                                       kernels::vertexFramesAvx512};
+    switch (level) {
+        case simd::Level::sse2:
+            return &sse2;
+        case simd::Level::avx:
+            return &avx;
+        case simd::Level::avx2:
+            return &avx2;
+        case simd::Level::avx512:
+            return &avx512;
+        default:
+            break;
+    }
+#else
+    (void)level;
+#endif
+    return nullptr;
 }
 
 }  // namespace
@@ -76,8 +113,6 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level) {
-    const Eigen::Index n = topology.vertexCount;
-    const kernels::PlanarPositions p{positions, positions + n, positions + 2 * n};
     const size_t faceCount = topology.faceCount();
     const kernels::FaceTables faces{topology.corners.data(),
                                     topology.du1.data(),
@@ -86,48 +121,23 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
                                     topology.dv2.data(),
                                     topology.r.data(),
                                     faceCount};
+    const kernels::IncidenceTables incidence{topology.firstIncidence.data(),
+                                             topology.incidentFaces.data(),
+                                             static_cast<size_t>(topology.vertexCount)};
     // Kept by the thread between calls: frames are asked for frame after
     // frame, and a fresh megabyte each time costs its page faults.
-    thread_local std::vector<double> buffer;
-    if (buffer.size() < 3 * faceCount) buffer.resize(3 * faceCount);
-    const kernels::PlanarNormals normals{buffer.data(), buffer.data() + faceCount,
-                                         buffer.data() + 2 * faceCount};
-    size_t f = 0;
-    switch (level) {
-#if MERIDIAN_SIMD_X86
-        case simd::Level::sse2:
-            f = kernels::faceNormalsSse2(faces, p, normals);
-            break;
-        case simd::Level::avx:
-            f = kernels::faceNormalsAvx(faces, p, normals);
-            break;
-        case simd::Level::avx2:
-            f = kernels::faceNormalsAvx2(faces, p, normals);
-            break;
-        case simd::Level::avx512:
-            f = kernels::faceNormalsAvx512(faces, p, normals);
-            break;
-#endif
-        default:
-            break;
-    }
-    for (; f < faceCount; ++f) kernels::faceNormal(faces, f, p, normals);
-
+    thread_local RecordBuffer buffer;
+    double* normals = buffer.reserve(4 * faceCount);
+    const WidePasses* wide = widePasses(level);
+    size_t f = wide ? wide->faceNormals(faces, positions, normals) : 0;
+    for (; f < faceCount; ++f) kernels::faceNormal(faces, f, positions, normals);
     // Each vertex gathers its faces in face order: the same additions, in the
     // same order, as adding every face to its corners one face after another.
-    const int32_t* incident = topology.incidentFaces.data();
-    for (Eigen::Index v = 0; v < n; ++v) {
-        double x = 0.0, y = 0.0, z = 0.0;
-        const int32_t end = topology.firstIncidence[static_cast<size_t>(v) + 1];
-        for (int32_t i = topology.firstIncidence[static_cast<size_t>(v)]; i < end; ++i) {
-            const int32_t face = incident[i];
-            x += normals.x[face];
-            y += normals.y[face];
-            z += normals.z[face];
-        }
-        normalSums[3 * v] = x;
-        normalSums[3 * v + 1] = y;
-        normalSums[3 * v + 2] = z;
+    if (wide) {
+        wide->normalSums(incidence, normals, normalSums);
+    } else {
+        for (size_t v = 0; v < incidence.vertexCount; ++v)
+            kernels::normalSum(incidence, v, normals, normalSums);
     }
 }
 
@@ -135,26 +145,9 @@ void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Ind
                        float* out, simd::Level level) {
     kernels::FrameOutput frames{normalSums, pick, count, {}};
     for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count;
-    ptrdiff_t j = 0;
-    switch (level) {
-#if MERIDIAN_SIMD_X86
-        case simd::Level::sse2:
-            j = kernels::vertexFramesSse2(frames);
-            break;
-        case simd::Level::avx:
-            j = kernels::vertexFramesAvx(frames);
-            break;
-        case simd::Level::avx2:
-            j = kernels::vertexFramesAvx2(frames);
-            break;
-        case simd::Level::avx512:
-            j = kernels::vertexFramesAvx512(frames);
-            break;
-#endif
-        default:
-            break;
-    }
-    for (; j < count; ++j) kernels::vertexFrame(frames, j);
+    const WidePasses* wide = widePasses(level);
+    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < count; ++j)
+        kernels::vertexFrame(frames, j);
 }
 
 }  // namespace kestrel::meridian

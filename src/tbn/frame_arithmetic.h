@@ -78,8 +78,10 @@ simd::Level frameKernelLevel();
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).
-/// positions:  3 * vertexCount doubles, planar (all x, all y, all z)
-/// normalSums: room for 3 * vertexCount doubles; x y z of vertex i at 3i..3i+2
+/// positions:  4 * vertexCount doubles: x y z of vertex i at 4i .. 4i + 2
+///             (4i + 3 is not read); 32-byte aligned is fastest
+/// normalSums: room for 4 * vertexCount doubles; x y z of vertex i at
+///             4i .. 4i + 2, and 4i + 3 set to zero
 /// level:      must be available (simd::levelAvailable); every level gives
 ///             the same bits
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
@@ -98,7 +100,7 @@ inline double clampFrameValue(double v) {
 
 /// Writes the frames of the vertices picked by `pick` as planar floats:
 /// component k of output vertex j at k * count + j.
-/// normalSums: 3 * #V doubles (layout of accumulateNormalSums)
+/// normalSums: 4 * #V doubles (layout of accumulateNormalSums)
 /// pick:       `count` vertex indices into normalSums, or null for 0..count-1
 /// out:        room for 9 * count floats
 /// level:      must be available; every level gives the same bits

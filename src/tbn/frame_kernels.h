@@ -21,31 +21,31 @@ struct FaceTables {
     size_t count;  ///< #F
 };
 
-/// Vertex positions as three arrays of #V doubles.
-struct PlanarPositions {
-    const double* x;
-    const double* y;
-    const double* z;
-};
-
-/// Face normals as three arrays of #F doubles.
-struct PlanarNormals {
-    double* x;
-    double* y;
-    double* z;
-};
+// Positions, face normals and normal sums are records of four doubles:
+// x y z of item i at 4i .. 4i + 2, and 4i + 3 zero, so that one item is one
+// aligned 32-byte load.
 
 /// The vertex pass: frames of `count` vertices, from their normal sums.
 struct FrameOutput {
-    const double* sums;   ///< x y z of vertex v at 3v .. 3v + 2
+    const double* sums;   ///< records of the vertices' normal sums
     const int32_t* pick;  ///< `count` vertices to emit, or null for 0 .. count - 1
     ptrdiff_t count;
     float* rows[9];  ///< rows of the planar 9 by count output
 };
 
-/// Unit normal T x B of face f, to element f of `normals`.
-void faceNormal(const FaceTables& faces, size_t f, const PlanarPositions& p,
-                const PlanarNormals& normals);
+/// The per-vertex sums of face normals.
+struct IncidenceTables {
+    const int32_t* first;  ///< #V + 1 offsets into `faces`
+    const int32_t* faces;  ///< faces of vertex v at first[v] .. first[v + 1] - 1
+    size_t vertexCount;    ///< #V
+};
+
+/// Unit normal T x B of face f, to record f of `normals`.
+/// positions: records of #V vertices; normals: records of #F faces.
+void faceNormal(const FaceTables& faces, size_t f, const double* positions, double* normals);
+
+/// Sum of the face normals of vertex v, to record v of `sums`.
+void normalSum(const IncidenceTables& incidence, size_t v, const double* normals, double* sums);
 
 /// Frame of output vertex j.
 void vertexFrame(const FrameOutput& out, ptrdiff_t j);
@@ -53,18 +53,16 @@ void vertexFrame(const FrameOutput& out, ptrdiff_t j);
 // The wide passes: as many whole vectors of faces (vertices) as there are,
 // from the first; they return how many they did, the rest is left to the
 // scalar steps. Each exists in builds for x86-64 only, and runs only where
-// simd::levelAvailable says so.
-size_t faceNormalsSse2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals);
-size_t faceNormalsAvx(const FaceTables& faces, const PlanarPositions& p,
-                      const PlanarNormals& normals);
-size_t faceNormalsAvx2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals);
-size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
-                         const PlanarNormals& normals);
-ptrdiff_t vertexFramesSse2(const FrameOutput& out);
-ptrdiff_t vertexFramesAvx(const FrameOutput& out);
-ptrdiff_t vertexFramesAvx2(const FrameOutput& out);
-ptrdiff_t vertexFramesAvx512(const FrameOutput& out);
+// simd::levelAvailable says so. The sums take every vertex.
+#define MERIDIAN_FRAME_KERNELS(suffix)                                                             \
+    size_t faceNormals##suffix(const FaceTables& faces, const double* positions, double* normals); \
+    void normalSums##suffix(const IncidenceTables& incidence, const double* normals,               \
+                            double* sums);                                                         \
+    ptrdiff_t vertexFrames##suffix(const FrameOutput& out);
+MERIDIAN_FRAME_KERNELS(Sse2)
+MERIDIAN_FRAME_KERNELS(Avx)
+MERIDIAN_FRAME_KERNELS(Avx2)
+MERIDIAN_FRAME_KERNELS(Avx512)
+#undef MERIDIAN_FRAME_KERNELS
 
 }  // namespace kestrel::meridian::kernels

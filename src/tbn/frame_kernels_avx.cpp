@@ -8,9 +8,12 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx(const FaceTables& faces, const PlanarPositions& p,
-                      const PlanarNormals& normals) {
-    return faceNormalsWide<AvxDoubles>(faces, p, normals);
+size_t faceNormalsAvx(const FaceTables& faces, const double* positions, double* normals) {
+    return faceNormalsWide<AvxDoubles>(faces, positions, normals);
+}
+
+void normalSumsAvx(const IncidenceTables& incidence, const double* normals, double* sums) {
+    normalSumsWide<AvxDoubles>(incidence, normals, sums);
 }
 
 ptrdiff_t vertexFramesAvx(const FrameOutput& out) {

@@ -8,9 +8,12 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
-    return faceNormalsWide<Avx2Doubles>(faces, p, normals);
+size_t faceNormalsAvx2(const FaceTables& faces, const double* positions, double* normals) {
+    return faceNormalsWide<Avx2Doubles>(faces, positions, normals);
+}
+
+void normalSumsAvx2(const IncidenceTables& incidence, const double* normals, double* sums) {
+    normalSumsWide<Avx2Doubles>(incidence, normals, sums);
 }
 
 ptrdiff_t vertexFramesAvx2(const FrameOutput& out) {

@@ -8,9 +8,12 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
-                         const PlanarNormals& normals) {
-    return faceNormalsWide<Avx512Doubles>(faces, p, normals);
+size_t faceNormalsAvx512(const FaceTables& faces, const double* positions, double* normals) {
+    return faceNormalsWide<Avx512Doubles>(faces, positions, normals);
+}
+
+void normalSumsAvx512(const IncidenceTables& incidence, const double* normals, double* sums) {
+    normalSumsWide<Avx512Doubles>(incidence, normals, sums);
 }
 
 ptrdiff_t vertexFramesAvx512(const FrameOutput& out) {

@@ -8,9 +8,12 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsSse2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
-    return faceNormalsWide<Sse2Doubles>(faces, p, normals);
+size_t faceNormalsSse2(const FaceTables& faces, const double* positions, double* normals) {
+    return faceNormalsWide<Sse2Doubles>(faces, positions, normals);
+}
+
+void normalSumsSse2(const IncidenceTables& incidence, const double* normals, double* sums) {
+    normalSumsWide<Sse2Doubles>(incidence, normals, sums);
 }
 
 ptrdiff_t vertexFramesSse2(const FrameOutput& out) {

@@ -8,14 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <immintrin.h>
+
 #include "tbn/frame_kernels.h"
 
 namespace {
 
 using kestrel::meridian::kernels::FaceTables;
 using kestrel::meridian::kernels::FrameOutput;
-using kestrel::meridian::kernels::PlanarNormals;
-using kestrel::meridian::kernels::PlanarPositions;
+using kestrel::meridian::kernels::IncidenceTables;
 
 // Smallest length divided by (kFrameEpsilon of frame_arithmetic.h).
 constexpr double kLengthFloor = 2.220446049250313e-16;
@@ -37,18 +38,80 @@ void storeNegatedClamped(typename L::Vector v, float* out) {
     L::storeFloats(out, L::negate(v));
 }
 
+// x, y and z of the records at(0) .. at(lanes - 1), one lane each. Two and
+// four lanes are two-double loads and in-lane unpacks (a transpose), which
+// costs far fewer cycles than a load per lane and coordinate.
+template <typename L, typename At>
+void loadRecords(At at, typename L::Vector& x, typename L::Vector& y, typename L::Vector& z) {
+    if constexpr (L::kLanes == 2) {
+        const double *r0 = at(0), *r1 = at(1);
+        const __m128d xy0 = _mm_loadu_pd(r0), xy1 = _mm_loadu_pd(r1);
+        x = _mm_unpacklo_pd(xy0, xy1);
+        y = _mm_unpackhi_pd(xy0, xy1);
+        z = _mm_loadh_pd(_mm_load_sd(r0 + 2), r1 + 2);
+    } else if constexpr (L::kLanes == 4) {
+        const double *r0 = at(0), *r1 = at(1), *r2 = at(2), *r3 = at(3);
+        const auto pair = [](const double* low, const double* high) {
+            return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(low)),
+                                        _mm_loadu_pd(high), 1);
+        };
+        const __m256d xy02 = pair(r0, r2), xy13 = pair(r1, r3);
+        const __m256d zw02 = pair(r0 + 2, r2 + 2), zw13 = pair(r1 + 2, r3 + 2);
+        x = _mm256_unpacklo_pd(xy02, xy13);
+        y = _mm256_unpackhi_pd(xy02, xy13);
+        z = _mm256_unpacklo_pd(zw02, zw13);
+    } else {
+        alignas(64) double lanes[3][L::kLanes];
+        for (int k = 0; k < L::kLanes; ++k)
+            for (int c = 0; c < 3; ++c) lanes[c][k] = at(k)[c];
+        x = L::load(lanes[0]);
+        y = L::load(lanes[1]);
+        z = L::load(lanes[2]);
+    }
+}
+
+// Lane k of x, y and z to the record at out + 4k, with a zero fourth value.
 template <typename L>
-size_t faceNormalsWide(const FaceTables& t, const PlanarPositions& p, const PlanarNormals& n) {
+void storeRecords(double* out, typename L::Vector x, typename L::Vector y, typename L::Vector z) {
+    if constexpr (L::kLanes == 2) {
+        _mm_storeu_pd(out, _mm_unpacklo_pd(x, y));
+        _mm_storeu_pd(out + 2, _mm_unpacklo_pd(z, _mm_setzero_pd()));
+        _mm_storeu_pd(out + 4, _mm_unpackhi_pd(x, y));
+        _mm_storeu_pd(out + 6, _mm_unpackhi_pd(z, _mm_setzero_pd()));
+    } else if constexpr (L::kLanes == 4) {
+        const __m256d xy02 = _mm256_unpacklo_pd(x, y), xy13 = _mm256_unpackhi_pd(x, y);
+        const __m256d zw02 = _mm256_unpacklo_pd(z, _mm256_setzero_pd());
+        const __m256d zw13 = _mm256_unpackhi_pd(z, _mm256_setzero_pd());
+        _mm_storeu_pd(out, _mm256_castpd256_pd128(xy02));
+        _mm_storeu_pd(out + 2, _mm256_castpd256_pd128(zw02));
+        _mm_storeu_pd(out + 4, _mm256_castpd256_pd128(xy13));
+        _mm_storeu_pd(out + 6, _mm256_castpd256_pd128(zw13));
+        _mm_storeu_pd(out + 8, _mm256_extractf128_pd(xy02, 1));
+        _mm_storeu_pd(out + 10, _mm256_extractf128_pd(zw02, 1));
+        _mm_storeu_pd(out + 12, _mm256_extractf128_pd(xy13, 1));
+        _mm_storeu_pd(out + 14, _mm256_extractf128_pd(zw13, 1));
+    } else {
+        alignas(64) double lanes[3][L::kLanes];
+        L::store(lanes[0], x);
+        L::store(lanes[1], y);
+        L::store(lanes[2], z);
+        for (int k = 0; k < L::kLanes; ++k) {
+            for (int c = 0; c < 3; ++c) out[4 * k + c] = lanes[c][k];
+            out[4 * k + 3] = 0.0;
+        }
+    }
+}
+
+template <typename L>
+size_t faceNormalsWide(const FaceTables& t, const double* positions, double* normals) {
     using V = typename L::Vector;
     size_t f = 0;
     for (; f + L::kLanes <= t.count; f += L::kLanes) {
         const int32_t* c = t.corners + 3 * f;
-        const V ax = L::gather(p.x, c, 3, 1), ay = L::gather(p.y, c, 3, 1),
-                az = L::gather(p.z, c, 3, 1);
-        const V bx = L::gather(p.x, c + 1, 3, 1), by = L::gather(p.y, c + 1, 3, 1),
-                bz = L::gather(p.z, c + 1, 3, 1);
-        const V cx = L::gather(p.x, c + 2, 3, 1), cy = L::gather(p.y, c + 2, 3, 1),
-                cz = L::gather(p.z, c + 2, 3, 1);
+        V ax, ay, az, bx, by, bz, cx, cy, cz;
+        loadRecords<L>([&](int k) { return positions + 4 * c[3 * k]; }, ax, ay, az);
+        loadRecords<L>([&](int k) { return positions + 4 * c[3 * k + 1]; }, bx, by, bz);
+        loadRecords<L>([&](int k) { return positions + 4 * c[3 * k + 2]; }, cx, cy, cz);
         // Both edges leave the second corner.
         const V e1x = L::sub(bx, ax), e1y = L::sub(by, ay), e1z = L::sub(bz, az);
         const V e2x = L::sub(bx, cx), e2y = L::sub(by, cy), e2z = L::sub(bz, cz);
@@ -76,11 +139,33 @@ size_t faceNormalsWide(const FaceTables& t, const PlanarPositions& p, const Plan
         const V ny = L::sub(L::mul(tz, sx), L::mul(tx, sz));
         const V nz = L::sub(L::mul(tx, sy), L::mul(ty, sx));
         const V nl = guardedLength<L>(nx, ny, nz);
-        L::store(n.x + f, L::div(nx, nl));
-        L::store(n.y + f, L::div(ny, nl));
-        L::store(n.z + f, L::div(nz, nl));
+        storeRecords<L>(normals + 4 * f, L::div(nx, nl), L::div(ny, nl), L::div(nz, nl));
     }
     return f;
+}
+
+// Per vertex, its face normals added record by record from zero: each of
+// x, y and z sees the additions of the scalar step in its order.
+template <typename L>
+void normalSumsWide(const IncidenceTables& incidence, const double* normals, double* sums) {
+    for (size_t v = 0; v < incidence.vertexCount; ++v) {
+        const int32_t end = incidence.first[v + 1];
+        if constexpr (L::kLanes == 2) {
+            __m128d xy = _mm_setzero_pd(), zw = _mm_setzero_pd();
+            for (int32_t i = incidence.first[v]; i < end; ++i) {
+                const double* normal = normals + 4 * incidence.faces[i];
+                xy = _mm_add_pd(xy, _mm_loadu_pd(normal));
+                zw = _mm_add_pd(zw, _mm_loadu_pd(normal + 2));
+            }
+            _mm_storeu_pd(sums + 4 * v, xy);
+            _mm_storeu_pd(sums + 4 * v + 2, zw);
+        } else {
+            __m256d sum = _mm256_setzero_pd();
+            for (int32_t i = incidence.first[v]; i < end; ++i)
+                sum = _mm256_add_pd(sum, _mm256_loadu_pd(normals + 4 * incidence.faces[i]));
+            _mm256_storeu_pd(sums + 4 * v, sum);
+        }
+    }
 }
 
 // Frames of output vertices j .. j + lanes - 1 from their sums.
@@ -108,17 +193,20 @@ void vertexFramesAt(const FrameOutput& out, ptrdiff_t j, typename L::Vector sx,
 
 template <typename L>
 ptrdiff_t vertexFramesWide(const FrameOutput& out) {
+    using V = typename L::Vector;
     ptrdiff_t j = 0;
+    V x, y, z;
     if (out.pick) {
-        for (; j + L::kLanes <= out.count; j += L::kLanes)
-            vertexFramesAt<L>(out, j, L::gather(out.sums, out.pick + j, 1, 3),
-                              L::gather(out.sums + 1, out.pick + j, 1, 3),
-                              L::gather(out.sums + 2, out.pick + j, 1, 3));
+        for (; j + L::kLanes <= out.count; j += L::kLanes) {
+            const int32_t* pick = out.pick + j;
+            loadRecords<L>([&](int k) { return out.sums + 4 * pick[k]; }, x, y, z);
+            vertexFramesAt<L>(out, j, x, y, z);
+        }
     } else {
-        for (; j + L::kLanes <= out.count; j += L::kLanes)
-            vertexFramesAt<L>(out, j, L::gatherStrided(out.sums + 3 * j, 3),
-                              L::gatherStrided(out.sums + 3 * j + 1, 3),
-                              L::gatherStrided(out.sums + 3 * j + 2, 3));
+        for (; j + L::kLanes <= out.count; j += L::kLanes) {
+            loadRecords<L>([&](int k) { return out.sums + 4 * (j + k); }, x, y, z);
+            vertexFramesAt<L>(out, j, x, y, z);
+        }
     }
     return j;
 }
