@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include <immintrin.h>
 
@@ -38,9 +39,40 @@ void storeNegatedClamped(typename L::Vector v, float* out) {
     L::storeFloats(out, L::negate(v));
 }
 
-// x, y and z of the records at(0) .. at(lanes - 1), one lane each. Two and
-// four lanes are two-double loads and in-lane unpacks (a transpose), which
-// costs far fewer cycles than a load per lane and coordinate.
+#if defined(__AVX__)
+// x, y and z of four records, one lane each: two-double loads and in-lane
+// unpacks (a transpose), far fewer cycles than a load per lane and
+// coordinate.
+inline void transposeRecords(const double* r0, const double* r1, const double* r2, const double* r3,
+                             __m256d& x, __m256d& y, __m256d& z) {
+    const auto pair = [](const double* low, const double* high) {
+        return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(low)), _mm_loadu_pd(high),
+                                    1);
+    };
+    const __m256d xy02 = pair(r0, r2), xy13 = pair(r1, r3);
+    const __m256d zw02 = pair(r0 + 2, r2 + 2), zw13 = pair(r1 + 2, r3 + 2);
+    x = _mm256_unpacklo_pd(xy02, xy13);
+    y = _mm256_unpackhi_pd(xy02, xy13);
+    z = _mm256_unpacklo_pd(zw02, zw13);
+}
+
+// Lane k of x, y and z to the record at out + 4k (k < 4), a zero fourth.
+inline void untransposeRecords(double* out, __m256d x, __m256d y, __m256d z) {
+    const __m256d xy02 = _mm256_unpacklo_pd(x, y), xy13 = _mm256_unpackhi_pd(x, y);
+    const __m256d zw02 = _mm256_unpacklo_pd(z, _mm256_setzero_pd());
+    const __m256d zw13 = _mm256_unpackhi_pd(z, _mm256_setzero_pd());
+    _mm_storeu_pd(out, _mm256_castpd256_pd128(xy02));
+    _mm_storeu_pd(out + 2, _mm256_castpd256_pd128(zw02));
+    _mm_storeu_pd(out + 4, _mm256_castpd256_pd128(xy13));
+    _mm_storeu_pd(out + 6, _mm256_castpd256_pd128(zw13));
+    _mm_storeu_pd(out + 8, _mm256_extractf128_pd(xy02, 1));
+    _mm_storeu_pd(out + 10, _mm256_extractf128_pd(zw02, 1));
+    _mm_storeu_pd(out + 12, _mm256_extractf128_pd(xy13, 1));
+    _mm_storeu_pd(out + 14, _mm256_extractf128_pd(zw13, 1));
+}
+#endif
+
+// x, y and z of the records at(0) .. at(lanes - 1), one lane each.
 template <typename L, typename At>
 void loadRecords(At at, typename L::Vector& x, typename L::Vector& y, typename L::Vector& z) {
     if constexpr (L::kLanes == 2) {
@@ -50,23 +82,15 @@ void loadRecords(At at, typename L::Vector& x, typename L::Vector& y, typename L
         y = _mm_unpackhi_pd(xy0, xy1);
         z = _mm_loadh_pd(_mm_load_sd(r0 + 2), r1 + 2);
     } else if constexpr (L::kLanes == 4) {
-        const double *r0 = at(0), *r1 = at(1), *r2 = at(2), *r3 = at(3);
-        const auto pair = [](const double* low, const double* high) {
-            return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(low)),
-                                        _mm_loadu_pd(high), 1);
-        };
-        const __m256d xy02 = pair(r0, r2), xy13 = pair(r1, r3);
-        const __m256d zw02 = pair(r0 + 2, r2 + 2), zw13 = pair(r1 + 2, r3 + 2);
-        x = _mm256_unpacklo_pd(xy02, xy13);
-        y = _mm256_unpackhi_pd(xy02, xy13);
-        z = _mm256_unpacklo_pd(zw02, zw13);
+        transposeRecords(at(0), at(1), at(2), at(3), x, y, z);
     } else {
-        alignas(64) double lanes[3][L::kLanes];
-        for (int k = 0; k < L::kLanes; ++k)
-            for (int c = 0; c < 3; ++c) lanes[c][k] = at(k)[c];
-        x = L::load(lanes[0]);
-        y = L::load(lanes[1]);
-        z = L::load(lanes[2]);
+        static_assert(L::kLanes == 8);
+        __m256d xl, yl, zl, xh, yh, zh;
+        transposeRecords(at(0), at(1), at(2), at(3), xl, yl, zl);
+        transposeRecords(at(4), at(5), at(6), at(7), xh, yh, zh);
+        x = _mm512_insertf64x4(_mm512_castpd256_pd512(xl), xh, 1);
+        y = _mm512_insertf64x4(_mm512_castpd256_pd512(yl), yh, 1);
+        z = _mm512_insertf64x4(_mm512_castpd256_pd512(zl), zh, 1);
     }
 }
 
@@ -79,26 +103,13 @@ void storeRecords(double* out, typename L::Vector x, typename L::Vector y, typen
         _mm_storeu_pd(out + 4, _mm_unpackhi_pd(x, y));
         _mm_storeu_pd(out + 6, _mm_unpackhi_pd(z, _mm_setzero_pd()));
     } else if constexpr (L::kLanes == 4) {
-        const __m256d xy02 = _mm256_unpacklo_pd(x, y), xy13 = _mm256_unpackhi_pd(x, y);
-        const __m256d zw02 = _mm256_unpacklo_pd(z, _mm256_setzero_pd());
-        const __m256d zw13 = _mm256_unpackhi_pd(z, _mm256_setzero_pd());
-        _mm_storeu_pd(out, _mm256_castpd256_pd128(xy02));
-        _mm_storeu_pd(out + 2, _mm256_castpd256_pd128(zw02));
-        _mm_storeu_pd(out + 4, _mm256_castpd256_pd128(xy13));
-        _mm_storeu_pd(out + 6, _mm256_castpd256_pd128(zw13));
-        _mm_storeu_pd(out + 8, _mm256_extractf128_pd(xy02, 1));
-        _mm_storeu_pd(out + 10, _mm256_extractf128_pd(zw02, 1));
-        _mm_storeu_pd(out + 12, _mm256_extractf128_pd(xy13, 1));
-        _mm_storeu_pd(out + 14, _mm256_extractf128_pd(zw13, 1));
+        untransposeRecords(out, x, y, z);
     } else {
-        alignas(64) double lanes[3][L::kLanes];
-        L::store(lanes[0], x);
-        L::store(lanes[1], y);
-        L::store(lanes[2], z);
-        for (int k = 0; k < L::kLanes; ++k) {
-            for (int c = 0; c < 3; ++c) out[4 * k + c] = lanes[c][k];
-            out[4 * k + 3] = 0.0;
-        }
+        static_assert(L::kLanes == 8);
+        untransposeRecords(out, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
+                           _mm512_castpd512_pd256(z));
+        untransposeRecords(out + 16, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
+                           _mm512_extractf64x4_pd(z, 1));
     }
 }
 
@@ -144,27 +155,36 @@ size_t faceNormalsWide(const FaceTables& t, const double* positions, double* nor
     return f;
 }
 
+// A running sum of records: two SSE2 vectors, or one AVX vector for any
+// wider lanes type.
+template <typename L, typename = void>
+struct RecordSum {
+    __m256d xyzw = _mm256_setzero_pd();
+    void add(const double* record) { xyzw = _mm256_add_pd(xyzw, _mm256_loadu_pd(record)); }
+    void store(double* out) const { _mm256_storeu_pd(out, xyzw); }
+};
+template <typename L>
+struct RecordSum<L, std::enable_if_t<L::kLanes == 2>> {
+    __m128d xy = _mm_setzero_pd(), zw = _mm_setzero_pd();
+    void add(const double* record) {
+        xy = _mm_add_pd(xy, _mm_loadu_pd(record));
+        zw = _mm_add_pd(zw, _mm_loadu_pd(record + 2));
+    }
+    void store(double* out) const {
+        _mm_storeu_pd(out, xy);
+        _mm_storeu_pd(out + 2, zw);
+    }
+};
+
 // Per vertex, its face normals added record by record from zero: each of
 // x, y and z sees the additions of the scalar step in its order.
 template <typename L>
 void normalSumsWide(const IncidenceTables& incidence, const double* normals, double* sums) {
     for (size_t v = 0; v < incidence.vertexCount; ++v) {
-        const int32_t end = incidence.first[v + 1];
-        if constexpr (L::kLanes == 2) {
-            __m128d xy = _mm_setzero_pd(), zw = _mm_setzero_pd();
-            for (int32_t i = incidence.first[v]; i < end; ++i) {
-                const double* normal = normals + 4 * incidence.faces[i];
-                xy = _mm_add_pd(xy, _mm_loadu_pd(normal));
-                zw = _mm_add_pd(zw, _mm_loadu_pd(normal + 2));
-            }
-            _mm_storeu_pd(sums + 4 * v, xy);
-            _mm_storeu_pd(sums + 4 * v + 2, zw);
-        } else {
-            __m256d sum = _mm256_setzero_pd();
-            for (int32_t i = incidence.first[v]; i < end; ++i)
-                sum = _mm256_add_pd(sum, _mm256_loadu_pd(normals + 4 * incidence.faces[i]));
-            _mm256_storeu_pd(sums + 4 * v, sum);
-        }
+        RecordSum<L> sum;
+        for (int32_t i = incidence.first[v]; i < incidence.first[v + 1]; ++i)
+            sum.add(normals + 4 * incidence.faces[i]);
+        sum.store(sums + 4 * v);
     }
 }
 
