@@ -1,9 +1,9 @@
 #include "tbn/frame_arithmetic.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "tbn/frame_kernels.h"
-#include "tbn/record_buffer.h"
 
 namespace kestrel::meridian {
 
@@ -21,22 +21,17 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
 
 // The wide passes of one instruction set.
 struct WidePasses {
-    size_t (*faceNormals)(const kernels::FaceTables&, const double*, double*);
-    void (*normalSums)(const kernels::IncidenceTables&, const double*, double*);
+    size_t (*addFaceNormals)(const kernels::FaceTables&, const double*, double*);
     ptrdiff_t (*vertexFrames)(const kernels::FrameOutput&);
 };
 
 // The passes of `level`, or null where there are none (scalar steps only).
 const WidePasses* widePasses(simd::Level level) {
 #if MERIDIAN_SIMD_X86
-    static constexpr WidePasses sse2{kernels::faceNormalsSse2, kernels::normalSumsSse2,
-                                     kernels::vertexFramesSse2};
-    static constexpr WidePasses avx{kernels::faceNormalsAvx, kernels::normalSumsAvx,
-                                    kernels::vertexFramesAvx};
-    static constexpr WidePasses avx2{kernels::faceNormalsAvx2, kernels::normalSumsAvx2,
-                                     kernels::vertexFramesAvx2};
-    static constexpr WidePasses avx512{kernels::faceNormalsAvx512, kernels::normalSumsAvx512,
-                                       kernels::vertexFramesAvx512};
+    static constexpr WidePasses sse2{kernels::addFaceNormalsSse2, kernels::vertexFramesSse2};
+    static constexpr WidePasses avx{kernels::addFaceNormalsAvx, kernels::vertexFramesAvx};
+    static constexpr WidePasses avx2{kernels::addFaceNormalsAvx2, kernels::vertexFramesAvx2};
+    static constexpr WidePasses avx512{kernels::addFaceNormalsAvx512, kernels::vertexFramesAvx512};
     switch (level) {
         case simd::Level::sse2:
             return &sse2;
@@ -97,16 +92,6 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
         built.dv2[f] = dv2;
         built.r[f] = static_cast<float>(1.0 / det);
     }
-    // Vertex -> faces, filled in face order so each list comes out sorted.
-    built.firstIncidence.assign(static_cast<size_t>(vertexCount) + 1, 0);
-    for (int32_t corner : built.corners) ++built.firstIncidence[static_cast<size_t>(corner) + 1];
-    for (size_t v = 0; v < static_cast<size_t>(vertexCount); ++v)
-        built.firstIncidence[v + 1] += built.firstIncidence[v];
-    built.incidentFaces.resize(built.corners.size());
-    std::vector<int32_t> next(built.firstIncidence.begin(), built.firstIncidence.end() - 1);
-    for (size_t i = 0; i < built.corners.size(); ++i)
-        built.incidentFaces[static_cast<size_t>(next[static_cast<size_t>(built.corners[i])]++)] =
-            static_cast<int32_t>(i / 3);
     topology = std::move(built);
     return std::nullopt;
 }
@@ -121,24 +106,13 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
                                     topology.dv2.data(),
                                     topology.r.data(),
                                     faceCount};
-    const kernels::IncidenceTables incidence{topology.firstIncidence.data(),
-                                             topology.incidentFaces.data(),
-                                             static_cast<size_t>(topology.vertexCount)};
-    // Kept by the thread between calls: frames are asked for frame after
-    // frame, and a fresh megabyte each time costs its page faults.
-    thread_local RecordBuffer buffer;
-    double* normals = buffer.reserve(4 * faceCount);
+    // Every face adds its normal to its corners as it is computed, face after
+    // face: each sum sees its faces in face order, from +0.
+    std::fill(normalSums, normalSums + 4 * topology.vertexCount, 0.0);
     const WidePasses* wide = widePasses(level);
-    size_t f = wide ? wide->faceNormals(faces, positions, normals) : 0;
-    for (; f < faceCount; ++f) kernels::faceNormal(faces, f, positions, normals);
-    // Each vertex gathers its faces in face order: the same additions, in the
-    // same order, as adding every face to its corners one face after another.
-    if (wide) {
-        wide->normalSums(incidence, normals, normalSums);
-    } else {
-        for (size_t v = 0; v < incidence.vertexCount; ++v)
-            kernels::normalSum(incidence, v, normals, normalSums);
-    }
+    for (size_t f = wide ? wide->addFaceNormals(faces, positions, normalSums) : 0; f < faceCount;
+         ++f)
+        kernels::addFaceNormal(faces, f, positions, normalSums);
 }
 
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,

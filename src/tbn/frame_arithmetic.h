@@ -38,10 +38,6 @@ struct FrameTopology {
     std::vector<double> du2, dv2;  ///< uv[t1] - uv[t2], one per face
     std::vector<double> r;         ///< 1 / det rounded to float precision, one per face
     Eigen::Index vertexCount = 0;
-    /// The faces of vertex v, in face order and once per corner, are
-    /// incidentFaces[firstIncidence[v] .. firstIncidence[v + 1] - 1].
-    std::vector<int32_t> firstIncidence;
-    std::vector<int32_t> incidentFaces;
 
     size_t faceCount() const { return r.size(); }
 };

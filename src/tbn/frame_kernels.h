@@ -21,7 +21,7 @@ struct FaceTables {
     size_t count;  ///< #F
 };
 
-// Positions, face normals and normal sums are records of four doubles:
+// Positions and normal sums are records of four doubles:
 // x y z of item i at 4i .. 4i + 2, and 4i + 3 zero, so that one item is one
 // aligned 32-byte load.
 
@@ -33,31 +33,20 @@ struct FrameOutput {
     float* rows[9];  ///< rows of the planar 9 by count output
 };
 
-/// The per-vertex sums of face normals.
-struct IncidenceTables {
-    const int32_t* first;  ///< #V + 1 offsets into `faces`
-    const int32_t* faces;  ///< faces of vertex v at first[v] .. first[v + 1] - 1
-    size_t vertexCount;    ///< #V
-};
-
-/// Unit normal T x B of face f, to record f of `normals`.
-/// positions: records of #V vertices; normals: records of #F faces.
-void faceNormal(const FaceTables& faces, size_t f, const double* positions, double* normals);
-
-/// Sum of the face normals of vertex v, to record v of `sums`.
-void normalSum(const IncidenceTables& incidence, size_t v, const double* normals, double* sums);
+/// Adds the unit normal T x B of face f to the records of its three
+/// corners in `sums` (x y z; the fourth value gets +0).
+/// positions: records of #V vertices; sums: records of #V vertices.
+void addFaceNormal(const FaceTables& faces, size_t f, const double* positions, double* sums);
 
 /// Frame of output vertex j.
 void vertexFrame(const FrameOutput& out, ptrdiff_t j);
 
 // The wide passes: as many whole vectors of faces (vertices) as there are,
-// from the first; they return how many they did, the rest is left to the
-// scalar steps. Each exists in builds for x86-64 only, and runs only where
-// simd::levelAvailable says so. The sums take every vertex.
+// from the first, in order; they return how many they did, the rest is left
+// to the scalar steps. Each exists in builds for x86-64 only, and runs only
+// where simd::levelAvailable says so.
 #define MERIDIAN_FRAME_KERNELS(suffix)                                                             \
-    size_t faceNormals##suffix(const FaceTables& faces, const double* positions, double* normals); \
-    void normalSums##suffix(const IncidenceTables& incidence, const double* normals,               \
-                            double* sums);                                                         \
+    size_t addFaceNormals##suffix(const FaceTables& faces, const double* positions, double* sums); \
     ptrdiff_t vertexFrames##suffix(const FrameOutput& out);
 MERIDIAN_FRAME_KERNELS(Sse2)
 MERIDIAN_FRAME_KERNELS(Avx)

@@ -8,12 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx(const FaceTables& faces, const double* positions, double* normals) {
-    return faceNormalsWide<AvxDoubles>(faces, positions, normals);
-}
-
-void normalSumsAvx(const IncidenceTables& incidence, const double* normals, double* sums) {
-    normalSumsWide<AvxDoubles>(incidence, normals, sums);
+size_t addFaceNormalsAvx(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<AvxDoubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx(const FrameOutput& out) {

@@ -8,12 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx2(const FaceTables& faces, const double* positions, double* normals) {
-    return faceNormalsWide<Avx2Doubles>(faces, positions, normals);
-}
-
-void normalSumsAvx2(const IncidenceTables& incidence, const double* normals, double* sums) {
-    normalSumsWide<Avx2Doubles>(incidence, normals, sums);
+size_t addFaceNormalsAvx2(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Avx2Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx2(const FrameOutput& out) {

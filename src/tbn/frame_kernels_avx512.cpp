@@ -8,12 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx512(const FaceTables& faces, const double* positions, double* normals) {
-    return faceNormalsWide<Avx512Doubles>(faces, positions, normals);
-}
-
-void normalSumsAvx512(const IncidenceTables& incidence, const double* normals, double* sums) {
-    normalSumsWide<Avx512Doubles>(incidence, normals, sums);
+size_t addFaceNormalsAvx512(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Avx512Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx512(const FrameOutput& out) {

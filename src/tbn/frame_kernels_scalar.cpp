@@ -8,7 +8,7 @@
 
 namespace kestrel::meridian::kernels {
 
-void faceNormal(const FaceTables& topology, size_t f, const double* positions, double* normals) {
+void addFaceNormal(const FaceTables& topology, size_t f, const double* positions, double* sums) {
     const int32_t* corner = topology.corners + 3 * f;
     const double* a = positions + 4 * corner[0];
     const double* b = positions + 4 * corner[1];
@@ -40,26 +40,14 @@ void faceNormal(const FaceTables& topology, size_t f, const double* positions, d
     const double ny = tz * bx - tx * bz;
     const double nz = tx * by - ty * bx;
     const double nl = std::max(std::sqrt(nx * nx + ny * ny + nz * nz), kFrameEpsilon);
-    double* normal = normals + 4 * f;
-    normal[0] = nx / nl;
-    normal[1] = ny / nl;
-    normal[2] = nz / nl;
-    normal[3] = 0.0;
-}
-
-void normalSum(const IncidenceTables& incidence, size_t v, const double* normals, double* sums) {
-    double x = 0.0, y = 0.0, z = 0.0;
-    for (int32_t i = incidence.first[v]; i < incidence.first[v + 1]; ++i) {
-        const double* normal = normals + 4 * incidence.faces[i];
-        x += normal[0];
-        y += normal[1];
-        z += normal[2];
+    const double x = nx / nl, y = ny / nl, z = nz / nl;
+    for (int k = 0; k < 3; ++k) {
+        double* sum = sums + 4 * corner[k];
+        sum[0] += x;
+        sum[1] += y;
+        sum[2] += z;
+        sum[3] += 0.0;
     }
-    double* sum = sums + 4 * v;
-    sum[0] = x;
-    sum[1] = y;
-    sum[2] = z;
-    sum[3] = 0.0;
 }
 
 void vertexFrame(const FrameOutput& out, ptrdiff_t j) {

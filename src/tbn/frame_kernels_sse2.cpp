@@ -8,12 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsSse2(const FaceTables& faces, const double* positions, double* normals) {
-    return faceNormalsWide<Sse2Doubles>(faces, positions, normals);
-}
-
-void normalSumsSse2(const IncidenceTables& incidence, const double* normals, double* sums) {
-    normalSumsWide<Sse2Doubles>(incidence, normals, sums);
+size_t addFaceNormalsSse2(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Sse2Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesSse2(const FrameOutput& out) {

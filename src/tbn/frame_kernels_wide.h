@@ -17,7 +17,6 @@ namespace {
 
 using kestrel::meridian::kernels::FaceTables;
 using kestrel::meridian::kernels::FrameOutput;
-using kestrel::meridian::kernels::IncidenceTables;
 
 // Smallest length divided by (kFrameEpsilon of frame_arithmetic.h).
 constexpr double kLengthFloor = 2.220446049250313e-16;
@@ -56,19 +55,20 @@ inline void transposeRecords(const double* r0, const double* r1, const double* r
     z = _mm256_unpacklo_pd(zw02, zw13);
 }
 
-// Lane k of x, y and z to the record at out + 4k (k < 4), a zero fourth.
-inline void untransposeRecords(double* out, __m256d x, __m256d y, __m256d z) {
+// Adds lane k of x, y and z (a zero fourth value) to the records of the
+// corners of face k, k = 0 .. 3 in that order, corners in their order.
+inline void addToCorners(double* sums, const int32_t* corners, __m256d x, __m256d y, __m256d z) {
     const __m256d xy02 = _mm256_unpacklo_pd(x, y), xy13 = _mm256_unpackhi_pd(x, y);
     const __m256d zw02 = _mm256_unpacklo_pd(z, _mm256_setzero_pd());
     const __m256d zw13 = _mm256_unpackhi_pd(z, _mm256_setzero_pd());
-    _mm_storeu_pd(out, _mm256_castpd256_pd128(xy02));
-    _mm_storeu_pd(out + 2, _mm256_castpd256_pd128(zw02));
-    _mm_storeu_pd(out + 4, _mm256_castpd256_pd128(xy13));
-    _mm_storeu_pd(out + 6, _mm256_castpd256_pd128(zw13));
-    _mm_storeu_pd(out + 8, _mm256_extractf128_pd(xy02, 1));
-    _mm_storeu_pd(out + 10, _mm256_extractf128_pd(zw02, 1));
-    _mm_storeu_pd(out + 12, _mm256_extractf128_pd(xy13, 1));
-    _mm_storeu_pd(out + 14, _mm256_extractf128_pd(zw13, 1));
+    const __m256d face[4] = {
+        _mm256_permute2f128_pd(xy02, zw02, 0x20), _mm256_permute2f128_pd(xy13, zw13, 0x20),
+        _mm256_permute2f128_pd(xy02, zw02, 0x31), _mm256_permute2f128_pd(xy13, zw13, 0x31)};
+    for (int k = 0; k < 4; ++k)
+        for (int corner = 0; corner < 3; ++corner) {
+            double* sum = sums + 4 * corners[3 * k + corner];
+            _mm256_storeu_pd(sum, _mm256_add_pd(_mm256_loadu_pd(sum), face[k]));
+        }
 }
 #endif
 
@@ -94,27 +94,36 @@ void loadRecords(At at, typename L::Vector& x, typename L::Vector& y, typename L
     }
 }
 
-// Lane k of x, y and z to the record at out + 4k, with a zero fourth value.
+// Adds lane k of x, y and z (a zero fourth value) to the records of the
+// corners of face k, lane by lane in order, corners in their order.
 template <typename L>
-void storeRecords(double* out, typename L::Vector x, typename L::Vector y, typename L::Vector z) {
+void addToCorners(double* sums, const int32_t* corners, typename L::Vector x, typename L::Vector y,
+                  typename L::Vector z) {
     if constexpr (L::kLanes == 2) {
-        _mm_storeu_pd(out, _mm_unpacklo_pd(x, y));
-        _mm_storeu_pd(out + 2, _mm_unpacklo_pd(z, _mm_setzero_pd()));
-        _mm_storeu_pd(out + 4, _mm_unpackhi_pd(x, y));
-        _mm_storeu_pd(out + 6, _mm_unpackhi_pd(z, _mm_setzero_pd()));
+        const __m128d xy[2] = {_mm_unpacklo_pd(x, y), _mm_unpackhi_pd(x, y)};
+        const __m128d zw[2] = {_mm_unpacklo_pd(z, _mm_setzero_pd()),
+                               _mm_unpackhi_pd(z, _mm_setzero_pd())};
+        for (int k = 0; k < 2; ++k)
+            for (int corner = 0; corner < 3; ++corner) {
+                double* sum = sums + 4 * corners[3 * k + corner];
+                _mm_storeu_pd(sum, _mm_add_pd(_mm_loadu_pd(sum), xy[k]));
+                _mm_storeu_pd(sum + 2, _mm_add_pd(_mm_loadu_pd(sum + 2), zw[k]));
+            }
     } else if constexpr (L::kLanes == 4) {
-        untransposeRecords(out, x, y, z);
+        addToCorners(sums, corners, x, y, z);
     } else {
         static_assert(L::kLanes == 8);
-        untransposeRecords(out, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
-                           _mm512_castpd512_pd256(z));
-        untransposeRecords(out + 16, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
-                           _mm512_extractf64x4_pd(z, 1));
+        addToCorners(sums, corners, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
+                     _mm512_castpd512_pd256(z));
+        addToCorners(sums, corners + 12, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
+                     _mm512_extractf64x4_pd(z, 1));
     }
 }
 
+// Each face's unit normal added to its corners' sums, face after face: the
+// additions every sum sees are those of the scalar step, in its order.
 template <typename L>
-size_t faceNormalsWide(const FaceTables& t, const double* positions, double* normals) {
+size_t addFaceNormalsWide(const FaceTables& t, const double* positions, double* sums) {
     using V = typename L::Vector;
     size_t f = 0;
     for (; f + L::kLanes <= t.count; f += L::kLanes) {
@@ -150,42 +159,9 @@ size_t faceNormalsWide(const FaceTables& t, const double* positions, double* nor
         const V ny = L::sub(L::mul(tz, sx), L::mul(tx, sz));
         const V nz = L::sub(L::mul(tx, sy), L::mul(ty, sx));
         const V nl = guardedLength<L>(nx, ny, nz);
-        storeRecords<L>(normals + 4 * f, L::div(nx, nl), L::div(ny, nl), L::div(nz, nl));
+        addToCorners<L>(sums, c, L::div(nx, nl), L::div(ny, nl), L::div(nz, nl));
     }
     return f;
-}
-
-// A running sum of records: two SSE2 vectors, or one AVX vector for any
-// wider lanes type.
-template <typename L, typename = void>
-struct RecordSum {
-    __m256d xyzw = _mm256_setzero_pd();
-    void add(const double* record) { xyzw = _mm256_add_pd(xyzw, _mm256_loadu_pd(record)); }
-    void store(double* out) const { _mm256_storeu_pd(out, xyzw); }
-};
-template <typename L>
-struct RecordSum<L, std::enable_if_t<L::kLanes == 2>> {
-    __m128d xy = _mm_setzero_pd(), zw = _mm_setzero_pd();
-    void add(const double* record) {
-        xy = _mm_add_pd(xy, _mm_loadu_pd(record));
-        zw = _mm_add_pd(zw, _mm_loadu_pd(record + 2));
-    }
-    void store(double* out) const {
-        _mm_storeu_pd(out, xy);
-        _mm_storeu_pd(out + 2, zw);
-    }
-};
-
-// Per vertex, its face normals added record by record from zero: each of
-// x, y and z sees the additions of the scalar step in its order.
-template <typename L>
-void normalSumsWide(const IncidenceTables& incidence, const double* normals, double* sums) {
-    for (size_t v = 0; v < incidence.vertexCount; ++v) {
-        RecordSum<L> sum;
-        for (int32_t i = incidence.first[v]; i < incidence.first[v + 1]; ++i)
-            sum.add(normals + 4 * incidence.faces[i]);
-        sum.store(sums + 4 * v);
-    }
 }
 
 // Frames of output vertices j .. j + lanes - 1 from their sums.
