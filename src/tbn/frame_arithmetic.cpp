@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <vector>
 
+#if MERIDIAN_SIMD_X86
+#include <emmintrin.h>
+#endif
+
 #include "tbn/frame_kernels.h"
 
 namespace kestrel::meridian {
@@ -94,6 +98,36 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
     }
     topology = std::move(built);
     return std::nullopt;
+}
+
+void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pick,
+                    Eigen::Index count, double* records) {
+    const float *x = planar, *y = planar + stride, *z = planar + 2 * stride;
+    Eigen::Index i = 0;
+#if MERIDIAN_SIMD_X86
+    // Two vertices at a time when they are consecutive (the fixed engine).
+    if (!pick) {
+        const auto widenPair = [](const float* p) {
+            return _mm_cvtps_pd(
+                _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+        };
+        for (; i + 2 <= count; i += 2) {
+            const __m128d xs = widenPair(x + i), ys = widenPair(y + i), zs = widenPair(z + i);
+            double* out = records + 4 * i;
+            _mm_storeu_pd(out, _mm_unpacklo_pd(xs, ys));
+            _mm_storeu_pd(out + 2, _mm_unpacklo_pd(zs, _mm_setzero_pd()));
+            _mm_storeu_pd(out + 4, _mm_unpackhi_pd(xs, ys));
+            _mm_storeu_pd(out + 6, _mm_unpackhi_pd(zs, _mm_setzero_pd()));
+        }
+    }
+#endif
+    for (; i < count; ++i) {
+        const Eigen::Index v = pick ? pick[i] : i;
+        records[4 * i] = x[v];
+        records[4 * i + 1] = y[v];
+        records[4 * i + 2] = z[v];
+        records[4 * i + 3] = 0.0;
+    }
 }
 
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,

@@ -71,6 +71,15 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 /// they stay reachable by naming the level.
 simd::Level frameKernelLevel();
 
+/// Widens planar float positions to the records accumulateNormalSums reads.
+/// planar: 3 * stride floats: x of vertex v at v, y at stride + v, z at
+///         2 * stride + v
+/// pick:   `count` vertices of `planar`, or null for 0 .. count - 1
+/// records: room for 4 * count doubles; record i is vertex pick[i] (or i),
+///         x y z then 0
+void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pick,
+                    Eigen::Index count, double* records);
+
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).

@@ -94,13 +94,7 @@ void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlana
     // Kept by the thread between calls, like the face normals.
     thread_local RecordBuffer positions, normalSums;
     double* records = positions.reserve(4 * static_cast<size_t>(m));
-    for (Eigen::Index i = 0; i < m; ++i) {
-        const Eigen::Index head = taviToHead_[static_cast<size_t>(i)];
-        records[4 * i] = headPlanar[head];
-        records[4 * i + 1] = headPlanar[n + head];
-        records[4 * i + 2] = headPlanar[2 * n + head];
-        records[4 * i + 3] = 0.0;
-    }
+    widenToRecords(headPlanar, n, taviToHead_.data(), m, records);
     double* sums = normalSums.reserve(4 * static_cast<size_t>(m));
     accumulateNormalSums(topology_, records, sums);
     writeVertexFrames(sums, headToTavi_.data(), outputVertexCount(), framesPlanar);

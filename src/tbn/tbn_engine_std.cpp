@@ -54,12 +54,7 @@ void TBNEngineStd::computeFrames(const float* headPlanar, float* framesPlanar) c
     // Kept by the thread between calls, like the face normals.
     thread_local RecordBuffer positions, normalSums;
     double* records = positions.reserve(4 * n);
-    for (Eigen::Index i = 0; i < n; ++i) {
-        records[4 * i] = headPlanar[i];
-        records[4 * i + 1] = headPlanar[n + i];
-        records[4 * i + 2] = headPlanar[2 * n + i];
-        records[4 * i + 3] = 0.0;
-    }
+    widenToRecords(headPlanar, n, nullptr, n, records);
     double* sums = normalSums.reserve(4 * n);
     accumulateNormalSums(topology_, records, sums);
     writeVertexFrames(sums, nullptr, n, framesPlanar);
