@@ -244,6 +244,46 @@ TEST(TbnKnownFrames, RegularSolidsGiveRadialNormals) {
     }
 }
 
+// Normal sums chosen at the edges of the vertex pass: components that clamp
+// to +-1 or to zero (either sign), a zero sum, and non-finite sums between
+// finite ones, so that every vector width sees all-finite vectors and
+// mixed ones. Every kernel must write the scalar step's bits.
+TEST(TbnKnownFrames, VertexFramesAtClampEdgesMatchTheScalarStep) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<std::array<double, 3>> sums = {{0, 0, 1},
+                                                     {0, 1e-5, 1},
+                                                     {0, -1e-5, 1},
+                                                     {0, -0.0, -1},
+                                                     {-0.0, -0.0, 0},
+                                                     {0.2, 0.999, 0},
+                                                     {0.2, -0.999, 0},
+                                                     {1e-5, 0.5, -1e-5},
+                                                     {0.0005, 0.9, -0.4},
+                                                     {3, -4, 12},
+                                                     {nan, 0, 1},
+                                                     {0, inf, 1},
+                                                     {-1e-300, 0, 1e-300},
+                                                     {0.7, -0.0005, 0.7},
+                                                     {-inf, 0, 0},
+                                                     {0, 0, 1e-320},
+                                                     {0.001, -0.001, 1},
+                                                     {1, 2, 3},
+                                                     {-2, 0.001, -1e-4},
+                                                     {0.1, 0.1, 0.1}};
+    const auto n = static_cast<Eigen::Index>(sums.size());
+    std::vector<double> records;
+    for (const auto& sum : sums) records.insert(records.end(), {sum[0], sum[1], sum[2], 0.0});
+    std::vector<float> scalar(9 * sums.size());
+    km::writeVertexFrames(records.data(), nullptr, n, scalar.data(), km::simd::Level::scalar);
+    for (const km::simd::Level level : km::simd::kLevels) {
+        if (!km::simd::levelAvailable(level)) continue;
+        std::vector<float> frames(9 * sums.size());
+        km::writeVertexFrames(records.data(), nullptr, n, frames.data(), level);
+        EXPECT_TRUE(sameBits(frames, scalar)) << km::simd::levelName(level);
+    }
+}
+
 TEST(TbnKnownFrames, ClampBoundaries) {
     // Beyond +-0.99 to +-1; magnitudes below 0.001, and -0, to +0.
     const auto next = [](double from, double toward) { return std::nextafter(from, toward); };

@@ -163,6 +163,22 @@ size_t addFaceNormalsWide(const FaceTables& t, const double* positions, double* 
     return f;
 }
 
+// Whether every lane of x, y and z is finite: x * 0 + y * 0 + z * 0 is a
+// zero exactly then, NaN otherwise.
+template <typename L>
+bool allFinite(typename L::Vector x, typename L::Vector y, typename L::Vector z) {
+    const typename L::Vector zero = L::zero();
+    const auto s = L::add(L::add(L::mul(x, zero), L::mul(y, zero)), L::mul(z, zero));
+    if constexpr (L::kLanes == 2) {
+        return _mm_movemask_pd(_mm_cmpeq_pd(s, zero)) == 0x3;
+    } else if constexpr (L::kLanes == 4) {
+        return _mm256_movemask_pd(_mm256_cmp_pd(s, zero, _CMP_EQ_OQ)) == 0xF;
+    } else {
+        static_assert(L::kLanes == 8);
+        return _mm512_cmp_pd_mask(s, zero, _CMP_EQ_OQ) == 0xFF;
+    }
+}
+
 // Frames of output vertices j .. j + lanes - 1 from their sums.
 template <typename L>
 void vertexFramesAt(const FrameOutput& out, ptrdiff_t j, typename L::Vector sx,
@@ -170,20 +186,35 @@ void vertexFramesAt(const FrameOutput& out, ptrdiff_t j, typename L::Vector sx,
     using V = typename L::Vector;
     const V length = guardedLength<L>(sx, sy, sz);
     const V nx = L::div(sx, length), ny = L::div(sy, length), nz = L::div(sz, length);
-    // n x (1, 0, 0) in full, as the scalar kernel.
+    L::fillFloats(out.rows[0] + j, 1.0f);
+    L::fillFloats(out.rows[1] + j, 0.0f);
+    L::fillFloats(out.rows[2] + j, 0.0f);
+    storeNegatedClamped<L>(nx, out.rows[6] + j);
+    storeNegatedClamped<L>(ny, out.rows[7] + j);
+    storeNegatedClamped<L>(nz, out.rows[8] + j);
+    if (allFinite<L>(nx, ny, nz)) {
+        // The bitangent n x (1, 0, 0) = (ny * 0 - nz * 0, nz - nx * 0,
+        // nx * 0 - ny) of a finite normal, after the clamp and the negation:
+        // x is a zero, so -0; y is nz, or a zero where nz is one, so row 8;
+        // z is -ny, or a zero, so row 7 negated, except that a clamped zero
+        // is -0 in both rows.
+        L::fillFloats(out.rows[3] + j, -0.0f);
+        for (int k = 0; k < L::kLanes; ++k) {
+            out.rows[4][j + k] = out.rows[8][j + k];
+            const float y = out.rows[7][j + k];
+            out.rows[5][j + k] = y == 0.0f ? y : -y;
+        }
+        return;
+    }
+    // n x (1, 0, 0) in full, as the scalar kernel: with a non-finite normal
+    // the products by zero are NaN.
     const V zero = L::zero(), one = L::broadcast(1.0);
     const V bx = L::sub(L::mul(ny, zero), L::mul(nz, zero));
     const V by = L::sub(L::mul(nz, one), L::mul(nx, zero));
     const V bz = L::sub(L::mul(nx, zero), L::mul(ny, one));
-    L::fillFloats(out.rows[0] + j, 1.0f);
-    L::fillFloats(out.rows[1] + j, 0.0f);
-    L::fillFloats(out.rows[2] + j, 0.0f);
     storeNegatedClamped<L>(bx, out.rows[3] + j);
     storeNegatedClamped<L>(by, out.rows[4] + j);
     storeNegatedClamped<L>(bz, out.rows[5] + j);
-    storeNegatedClamped<L>(nx, out.rows[6] + j);
-    storeNegatedClamped<L>(ny, out.rows[7] + j);
-    storeNegatedClamped<L>(nz, out.rows[8] + j);
 }
 
 template <typename L>
