@@ -45,13 +45,13 @@ void vertexFrame(const FrameOutput& out, ptrdiff_t j);
 // from the first, in order; they return how many they did, the rest is left
 // to the scalar steps. Each exists in builds for x86-64 only, and runs only
 // where simd::levelAvailable says so.
-#define MERIDIAN_FRAME_KERNELS(suffix)                                                             \
-    size_t addFaceNormals##suffix(const FaceTables& faces, const double* positions, double* sums); \
-    ptrdiff_t vertexFrames##suffix(const FrameOutput& out);
-MERIDIAN_FRAME_KERNELS(Sse2)
-MERIDIAN_FRAME_KERNELS(Avx)
-MERIDIAN_FRAME_KERNELS(Avx2)
-MERIDIAN_FRAME_KERNELS(Avx512)
-#undef MERIDIAN_FRAME_KERNELS
+size_t addFaceNormalsSse2(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx2(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx512(const FaceTables& faces, const double* positions, double* sums);
+ptrdiff_t vertexFramesSse2(const FrameOutput& out);
+ptrdiff_t vertexFramesAvx(const FrameOutput& out);
+ptrdiff_t vertexFramesAvx2(const FrameOutput& out);
+ptrdiff_t vertexFramesAvx512(const FrameOutput& out);
 
 }  // namespace kestrel::meridian::kernels

@@ -1,4 +1,4 @@
-// The face and vertex passes four doubles at a time (AVX2 gathers). This file
+// The face and vertex passes four doubles at a time (AVX2). This file
 // alone is built for its instruction set (cmake/MeridianSimdKernels.cmake); the
 // library calls it only where the processor has it.
 #if defined(__AVX2__)
