@@ -67,7 +67,7 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 
 /// The widest kernel the frame passes use on this processor: the widest it
 /// has, but no wider than AVX2: on an AVX-512 processor the AVX-512 passes
-/// measured 6-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
+/// measured 6-15% slower than the AVX2 ones (BM_FramePassesByKernel), and
 /// they stay reachable by naming the level.
 simd::Level frameKernelLevel();
 
@@ -84,7 +84,7 @@ void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pic
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).
 /// positions:  4 * vertexCount doubles: x y z of vertex i at 4i .. 4i + 2
-///             (4i + 3 is not read); 32-byte aligned is fastest
+///             (4i + 3 is ignored); 32-byte aligned is fastest
 /// normalSums: room for 4 * vertexCount doubles; x y z of vertex i at
 ///             4i .. 4i + 2, and 4i + 3 set to zero
 /// level:      must be available (simd::levelAvailable); every level gives
