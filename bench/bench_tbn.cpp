@@ -11,6 +11,7 @@
 #include "io/mesh_readers.h"
 #include "meridian/meridian.h"
 #include "tbn/frame_arithmetic.h"
+#include "tbn/record_buffer.h"
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_literal_reference.h"
 
@@ -99,12 +100,18 @@ void BM_FramePassesByKernel(benchmark::State& state) {
     FrameTopology topology;
     buildFrameTopology(oneBased(demo.faces), oneBased(demo.uvFaces), demo.uvs, kHead,
                        DeterminantGuard::none, topology);
-    const std::vector<double> positions(sampleHeadPlanar().begin(), sampleHeadPlanar().end());
-    std::vector<double> sums(3 * kHead);
+    RecordBuffer positionBuffer, sumBuffer;
+    double* positions = positionBuffer.reserve(4 * kHead);
+    for (Eigen::Index i = 0; i < kHead; ++i) {
+        for (Eigen::Index c = 0; c < 3; ++c)
+            positions[4 * i + c] = sampleHeadPlanar()[static_cast<size_t>(c * kHead + i)];
+        positions[4 * i + 3] = 0.0;
+    }
+    double* sums = sumBuffer.reserve(4 * kHead);
     std::vector<float> out(9 * kHead);
     for (auto _ : state) {
-        accumulateNormalSums(topology, positions.data(), sums.data(), kernel);
-        writeVertexFrames(sums.data(), nullptr, kHead, out.data(), kernel);
+        accumulateNormalSums(topology, positions, sums, kernel);
+        writeVertexFrames(sums, nullptr, kHead, out.data(), kernel);
         benchmark::ClobberMemory();
     }
 }

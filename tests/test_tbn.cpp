@@ -112,11 +112,14 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     EXPECT_FALSE(km::buildFrameTopology(
         faces, uvFaces, uv, n,
         guardDeterminant ? km::DeterminantGuard::epsilon : km::DeterminantGuard::none, topology));
-    const Eigen::MatrixXd planar = positions.transpose();  // column-major: all x, all y, all z
+    // Column-major records: x y z 0 of vertex i at 4i.
+    Eigen::MatrixXd records = Eigen::MatrixXd::Zero(4, n);
+    records.topRows(3) = positions;
     const Eigen::MatrixXd accumulator =
         km::literal::accumulateFrames(positions, uv, faces, uvFaces, guardDeterminant);
-    // Column-major, so x y z of vertex i at 3i as the kernels lay them out.
-    const Eigen::MatrixXd literalSums = accumulator.bottomRows(3);
+    // Column-major records, x y z 0 of vertex i at 4i as the kernels lay them out.
+    Eigen::MatrixXd literalSums = Eigen::MatrixXd::Zero(4, n);
+    literalSums.topRows(3) = accumulator.bottomRows(3);
     std::vector<float> literalFrames(9 * n);
     km::matrixToPlanar(km::literal::framesFromAccumulator(accumulator), literalFrames.data());
 
@@ -135,9 +138,10 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     bool same = true;
     for (const km::simd::Level level : km::simd::kLevels) {
         if (!km::simd::levelAvailable(level)) continue;
-        std::vector<double> sums(3 * n);
+        // NaN-filled, so a record the passes leave unwritten shows.
+        std::vector<double> sums(4 * n, std::numeric_limits<double>::quiet_NaN());
         std::vector<float> frames(9 * n), pickedFrames(9 * pick.size());
-        km::accumulateNormalSums(topology, planar.data(), sums.data(), level);
+        km::accumulateNormalSums(topology, records.data(), sums.data(), level);
         km::writeVertexFrames(sums.data(), nullptr, n, frames.data(), level);
         km::writeVertexFrames(sums.data(), pick.data(), picked, pickedFrames.data(), level);
         const bool sameSums =
@@ -237,6 +241,46 @@ TEST(TbnKnownFrames, RegularSolidsGiveRadialNormals) {
     for (Eigen::Index v = 0; v < 6; ++v) {
         const Frame f = frameOf(octaOut, kHead, v);
         for (int c = 0; c < 3; ++c) EXPECT_EQ(f[6 + c], static_cast<float>(-octa(c, v)));
+    }
+}
+
+// Normal sums chosen at the edges of the vertex pass: components that clamp
+// to +-1 or to zero (either sign), a zero sum, and non-finite sums between
+// finite ones, so that every vector width sees all-finite vectors and
+// mixed ones. Every kernel must write the scalar step's bits.
+TEST(TbnKnownFrames, VertexFramesAtClampEdgesMatchTheScalarStep) {
+    const double inf = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<std::array<double, 3>> sums = {{0, 0, 1},
+                                                     {0, 1e-5, 1},
+                                                     {0, -1e-5, 1},
+                                                     {0, -0.0, -1},
+                                                     {-0.0, -0.0, 0},
+                                                     {0.2, 0.999, 0},
+                                                     {0.2, -0.999, 0},
+                                                     {1e-5, 0.5, -1e-5},
+                                                     {0.0005, 0.9, -0.4},
+                                                     {3, -4, 12},
+                                                     {nan, 0, 1},
+                                                     {0, inf, 1},
+                                                     {-1e-300, 0, 1e-300},
+                                                     {0.7, -0.0005, 0.7},
+                                                     {-inf, 0, 0},
+                                                     {0, 0, 1e-320},
+                                                     {0.001, -0.001, 1},
+                                                     {1, 2, 3},
+                                                     {-2, 0.001, -1e-4},
+                                                     {0.1, 0.1, 0.1}};
+    const auto n = static_cast<Eigen::Index>(sums.size());
+    std::vector<double> records;
+    for (const auto& sum : sums) records.insert(records.end(), {sum[0], sum[1], sum[2], 0.0});
+    std::vector<float> scalar(9 * sums.size());
+    km::writeVertexFrames(records.data(), nullptr, n, scalar.data(), km::simd::Level::scalar);
+    for (const km::simd::Level level : km::simd::kLevels) {
+        if (!km::simd::levelAvailable(level)) continue;
+        std::vector<float> frames(9 * sums.size());
+        km::writeVertexFrames(records.data(), nullptr, n, frames.data(), level);
+        EXPECT_TRUE(sameBits(frames, scalar)) << km::simd::levelName(level);
     }
 }
 

@@ -1,6 +1,11 @@
 #include "tbn/frame_arithmetic.h"
 
+#include <algorithm>
 #include <vector>
+
+#if MERIDIAN_SIMD_X86
+#include <emmintrin.h>
+#endif
 
 #include "tbn/frame_kernels.h"
 
@@ -16,6 +21,37 @@ bool toIndex(double written, Eigen::Index count, int32_t& index) {
     if (!(shifted > -1.0 && shifted < static_cast<double>(count))) return false;
     index = static_cast<int32_t>(shifted);
     return true;
+}
+
+// The wide passes of one instruction set.
+struct WidePasses {
+    size_t (*addFaceNormals)(const kernels::FaceTables&, const double*, double*);
+    ptrdiff_t (*vertexFrames)(const kernels::FrameOutput&);
+};
+
+// The passes of `level`, or null where there are none (scalar steps only).
+const WidePasses* widePasses(simd::Level level) {
+#if MERIDIAN_SIMD_X86
+    static constexpr WidePasses sse2{kernels::addFaceNormalsSse2, kernels::vertexFramesSse2};
+    static constexpr WidePasses avx{kernels::addFaceNormalsAvx, kernels::vertexFramesAvx};
+    static constexpr WidePasses avx2{kernels::addFaceNormalsAvx2, kernels::vertexFramesAvx2};
+    static constexpr WidePasses avx512{kernels::addFaceNormalsAvx512, kernels::vertexFramesAvx512};
+    switch (level) {
+        case simd::Level::sse2:
+            return &sse2;
+        case simd::Level::avx:
+            return &avx;
+        case simd::Level::avx2:
+            return &avx2;
+        case simd::Level::avx512:
+            return &avx512;
+        default:
+            break;
+    }
+#else
+    (void)level;
+#endif
+    return nullptr;
 }
 
 }  // namespace
@@ -60,24 +96,42 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
         built.dv2[f] = dv2;
         built.r[f] = static_cast<float>(1.0 / det);
     }
-    // Vertex -> faces, filled in face order so each list comes out sorted.
-    built.firstIncidence.assign(static_cast<size_t>(vertexCount) + 1, 0);
-    for (int32_t corner : built.corners) ++built.firstIncidence[static_cast<size_t>(corner) + 1];
-    for (size_t v = 0; v < static_cast<size_t>(vertexCount); ++v)
-        built.firstIncidence[v + 1] += built.firstIncidence[v];
-    built.incidentFaces.resize(built.corners.size());
-    std::vector<int32_t> next(built.firstIncidence.begin(), built.firstIncidence.end() - 1);
-    for (size_t i = 0; i < built.corners.size(); ++i)
-        built.incidentFaces[static_cast<size_t>(next[static_cast<size_t>(built.corners[i])]++)] =
-            static_cast<int32_t>(i / 3);
     topology = std::move(built);
     return std::nullopt;
 }
 
+void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pick,
+                    Eigen::Index count, double* records) {
+    const float *x = planar, *y = planar + stride, *z = planar + 2 * stride;
+    Eigen::Index i = 0;
+#if MERIDIAN_SIMD_X86
+    // Two vertices at a time when they are consecutive (the fixed engine).
+    if (!pick) {
+        const auto widenPair = [](const float* p) {
+            return _mm_cvtps_pd(
+                _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+        };
+        for (; i + 2 <= count; i += 2) {
+            const __m128d xs = widenPair(x + i), ys = widenPair(y + i), zs = widenPair(z + i);
+            double* out = records + 4 * i;
+            _mm_storeu_pd(out, _mm_unpacklo_pd(xs, ys));
+            _mm_storeu_pd(out + 2, _mm_unpacklo_pd(zs, _mm_setzero_pd()));
+            _mm_storeu_pd(out + 4, _mm_unpackhi_pd(xs, ys));
+            _mm_storeu_pd(out + 6, _mm_unpackhi_pd(zs, _mm_setzero_pd()));
+        }
+    }
+#endif
+    for (; i < count; ++i) {
+        const Eigen::Index v = pick ? pick[i] : i;
+        records[4 * i] = x[v];
+        records[4 * i + 1] = y[v];
+        records[4 * i + 2] = z[v];
+        records[4 * i + 3] = 0.0;
+    }
+}
+
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level) {
-    const Eigen::Index n = topology.vertexCount;
-    const kernels::PlanarPositions p{positions, positions + n, positions + 2 * n};
     const size_t faceCount = topology.faceCount();
     const kernels::FaceTables faces{topology.corners.data(),
                                     topology.du1.data(),
@@ -86,75 +140,22 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
                                     topology.dv2.data(),
                                     topology.r.data(),
                                     faceCount};
-    // Kept by the thread between calls: frames are asked for frame after
-    // frame, and a fresh megabyte each time costs its page faults.
-    thread_local std::vector<double> buffer;
-    if (buffer.size() < 3 * faceCount) buffer.resize(3 * faceCount);
-    const kernels::PlanarNormals normals{buffer.data(), buffer.data() + faceCount,
-                                         buffer.data() + 2 * faceCount};
-    size_t f = 0;
-    switch (level) {
-#if MERIDIAN_SIMD_X86
-        case simd::Level::sse2:
-            f = kernels::faceNormalsSse2(faces, p, normals);
-            break;
-        case simd::Level::avx:
-            f = kernels::faceNormalsAvx(faces, p, normals);
-            break;
-        case simd::Level::avx2:
-            f = kernels::faceNormalsAvx2(faces, p, normals);
-            break;
-        case simd::Level::avx512:
-            f = kernels::faceNormalsAvx512(faces, p, normals);
-            break;
-#endif
-        default:
-            break;
-    }
-    for (; f < faceCount; ++f) kernels::faceNormal(faces, f, p, normals);
-
-    // Each vertex gathers its faces in face order: the same additions, in the
-    // same order, as adding every face to its corners one face after another.
-    const int32_t* incident = topology.incidentFaces.data();
-    for (Eigen::Index v = 0; v < n; ++v) {
-        double x = 0.0, y = 0.0, z = 0.0;
-        const int32_t end = topology.firstIncidence[static_cast<size_t>(v) + 1];
-        for (int32_t i = topology.firstIncidence[static_cast<size_t>(v)]; i < end; ++i) {
-            const int32_t face = incident[i];
-            x += normals.x[face];
-            y += normals.y[face];
-            z += normals.z[face];
-        }
-        normalSums[3 * v] = x;
-        normalSums[3 * v + 1] = y;
-        normalSums[3 * v + 2] = z;
-    }
+    // Every face adds its normal to its corners as it is computed, face after
+    // face: each sum sees its faces in face order, from +0.
+    std::fill(normalSums, normalSums + 4 * topology.vertexCount, 0.0);
+    const WidePasses* wide = widePasses(level);
+    for (size_t f = wide ? wide->addFaceNormals(faces, positions, normalSums) : 0; f < faceCount;
+         ++f)
+        kernels::addFaceNormal(faces, f, positions, normalSums);
 }
 
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
                        float* out, simd::Level level) {
     kernels::FrameOutput frames{normalSums, pick, count, {}};
     for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count;
-    ptrdiff_t j = 0;
-    switch (level) {
-#if MERIDIAN_SIMD_X86
-        case simd::Level::sse2:
-            j = kernels::vertexFramesSse2(frames);
-            break;
-        case simd::Level::avx:
-            j = kernels::vertexFramesAvx(frames);
-            break;
-        case simd::Level::avx2:
-            j = kernels::vertexFramesAvx2(frames);
-            break;
-        case simd::Level::avx512:
-            j = kernels::vertexFramesAvx512(frames);
-            break;
-#endif
-        default:
-            break;
-    }
-    for (; j < count; ++j) kernels::vertexFrame(frames, j);
+    const WidePasses* wide = widePasses(level);
+    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < count; ++j)
+        kernels::vertexFrame(frames, j);
 }
 
 }  // namespace kestrel::meridian

@@ -38,10 +38,6 @@ struct FrameTopology {
     std::vector<double> du2, dv2;  ///< uv[t1] - uv[t2], one per face
     std::vector<double> r;         ///< 1 / det rounded to float precision, one per face
     Eigen::Index vertexCount = 0;
-    /// The faces of vertex v, in face order and once per corner, are
-    /// incidentFaces[firstIncidence[v] .. firstIncidence[v + 1] - 1].
-    std::vector<int32_t> firstIncidence;
-    std::vector<int32_t> incidentFaces;
 
     size_t faceCount() const { return r.size(); }
 };
@@ -71,15 +67,26 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
 
 /// The widest kernel the frame passes use on this processor: the widest it
 /// has, but no wider than AVX2: on an AVX-512 processor the AVX-512 passes
-/// measured 6-13% slower than the AVX2 ones (BM_FramePassesByKernel), and
+/// measured 6-15% slower than the AVX2 ones (BM_FramePassesByKernel), and
 /// they stay reachable by naming the level.
 simd::Level frameKernelLevel();
+
+/// Widens planar float positions to the records accumulateNormalSums reads.
+/// planar: 3 * stride floats: x of vertex v at v, y at stride + v, z at
+///         2 * stride + v
+/// pick:   `count` vertices of `planar`, or null for 0 .. count - 1
+/// records: room for 4 * count doubles; record i is vertex pick[i] (or i),
+///         x y z then 0
+void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pick,
+                    Eigen::Index count, double* records);
 
 /// Per vertex, the sum of the unit normals of its faces: starting from zero,
 /// each face added once per corner, in face order (the order matters for
 /// the last bit, and this one is fixed).
-/// positions:  3 * vertexCount doubles, planar (all x, all y, all z)
-/// normalSums: room for 3 * vertexCount doubles; x y z of vertex i at 3i..3i+2
+/// positions:  4 * vertexCount doubles: x y z of vertex i at 4i .. 4i + 2
+///             (4i + 3 is ignored); 32-byte aligned is fastest
+/// normalSums: room for 4 * vertexCount doubles; x y z of vertex i at
+///             4i .. 4i + 2, and 4i + 3 set to zero
 /// level:      must be available (simd::levelAvailable); every level gives
 ///             the same bits
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
@@ -98,7 +105,7 @@ inline double clampFrameValue(double v) {
 
 /// Writes the frames of the vertices picked by `pick` as planar floats:
 /// component k of output vertex j at k * count + j.
-/// normalSums: 3 * #V doubles (layout of accumulateNormalSums)
+/// normalSums: 4 * #V doubles (layout of accumulateNormalSums)
 /// pick:       `count` vertex indices into normalSums, or null for 0..count-1
 /// out:        room for 9 * count floats
 /// level:      must be available; every level gives the same bits

@@ -21,47 +21,34 @@ struct FaceTables {
     size_t count;  ///< #F
 };
 
-/// Vertex positions as three arrays of #V doubles.
-struct PlanarPositions {
-    const double* x;
-    const double* y;
-    const double* z;
-};
-
-/// Face normals as three arrays of #F doubles.
-struct PlanarNormals {
-    double* x;
-    double* y;
-    double* z;
-};
+// Positions and normal sums are records of four doubles:
+// x y z of item i at 4i .. 4i + 2, and 4i + 3 zero, so that one item is one
+// aligned 32-byte load.
 
 /// The vertex pass: frames of `count` vertices, from their normal sums.
 struct FrameOutput {
-    const double* sums;   ///< x y z of vertex v at 3v .. 3v + 2
+    const double* sums;   ///< records of the vertices' normal sums
     const int32_t* pick;  ///< `count` vertices to emit, or null for 0 .. count - 1
     ptrdiff_t count;
     float* rows[9];  ///< rows of the planar 9 by count output
 };
 
-/// Unit normal T x B of face f, to element f of `normals`.
-void faceNormal(const FaceTables& faces, size_t f, const PlanarPositions& p,
-                const PlanarNormals& normals);
+/// Adds the unit normal T x B of face f to the records of its three
+/// corners in `sums` (x y z; the fourth value gets +0).
+/// positions: records of #V vertices; sums: records of #V vertices.
+void addFaceNormal(const FaceTables& faces, size_t f, const double* positions, double* sums);
 
 /// Frame of output vertex j.
 void vertexFrame(const FrameOutput& out, ptrdiff_t j);
 
 // The wide passes: as many whole vectors of faces (vertices) as there are,
-// from the first; they return how many they did, the rest is left to the
-// scalar steps. Each exists in builds for x86-64 only, and runs only where
-// simd::levelAvailable says so.
-size_t faceNormalsSse2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals);
-size_t faceNormalsAvx(const FaceTables& faces, const PlanarPositions& p,
-                      const PlanarNormals& normals);
-size_t faceNormalsAvx2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals);
-size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
-                         const PlanarNormals& normals);
+// from the first, in order; they return how many they did, the rest is left
+// to the scalar steps. Each exists in builds for x86-64 only, and runs only
+// where simd::levelAvailable says so.
+size_t addFaceNormalsSse2(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx2(const FaceTables& faces, const double* positions, double* sums);
+size_t addFaceNormalsAvx512(const FaceTables& faces, const double* positions, double* sums);
 ptrdiff_t vertexFramesSse2(const FrameOutput& out);
 ptrdiff_t vertexFramesAvx(const FrameOutput& out);
 ptrdiff_t vertexFramesAvx2(const FrameOutput& out);

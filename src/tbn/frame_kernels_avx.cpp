@@ -8,9 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx(const FaceTables& faces, const PlanarPositions& p,
-                      const PlanarNormals& normals) {
-    return faceNormalsWide<AvxDoubles>(faces, p, normals);
+size_t addFaceNormalsAvx(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<AvxDoubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx(const FrameOutput& out) {

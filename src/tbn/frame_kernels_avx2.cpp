@@ -1,4 +1,4 @@
-// The face and vertex passes four doubles at a time (AVX2 gathers). This file
+// The face and vertex passes four doubles at a time (AVX2). This file
 // alone is built for its instruction set (cmake/MeridianSimdKernels.cmake); the
 // library calls it only where the processor has it.
 #if defined(__AVX2__)
@@ -8,9 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
-    return faceNormalsWide<Avx2Doubles>(faces, p, normals);
+size_t addFaceNormalsAvx2(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Avx2Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx2(const FrameOutput& out) {

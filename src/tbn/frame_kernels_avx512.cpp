@@ -8,9 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsAvx512(const FaceTables& faces, const PlanarPositions& p,
-                         const PlanarNormals& normals) {
-    return faceNormalsWide<Avx512Doubles>(faces, p, normals);
+size_t addFaceNormalsAvx512(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Avx512Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesAvx512(const FrameOutput& out) {

@@ -8,13 +8,14 @@
 
 namespace kestrel::meridian::kernels {
 
-void faceNormal(const FaceTables& topology, size_t f, const PlanarPositions& p,
-                const PlanarNormals& normals) {
+void addFaceNormal(const FaceTables& topology, size_t f, const double* positions, double* sums) {
     const int32_t* corner = topology.corners + 3 * f;
-    const int32_t a = corner[0], b = corner[1], c = corner[2];
+    const double* a = positions + 4 * corner[0];
+    const double* b = positions + 4 * corner[1];
+    const double* c = positions + 4 * corner[2];
     // Both edges leave the second corner.
-    const double e1x = p.x[b] - p.x[a], e1y = p.y[b] - p.y[a], e1z = p.z[b] - p.z[a];
-    const double e2x = p.x[b] - p.x[c], e2y = p.y[b] - p.y[c], e2z = p.z[b] - p.z[c];
+    const double e1x = b[0] - a[0], e1y = b[1] - a[1], e1z = b[2] - a[2];
+    const double e2x = b[0] - c[0], e2y = b[1] - c[1], e2z = b[2] - c[2];
     const double du1 = topology.du1[f], dv1 = topology.dv1[f];
     const double du2 = topology.du2[f], dv2 = topology.dv2[f];
     const double r = topology.r[f];
@@ -39,13 +40,18 @@ void faceNormal(const FaceTables& topology, size_t f, const PlanarPositions& p,
     const double ny = tz * bx - tx * bz;
     const double nz = tx * by - ty * bx;
     const double nl = std::max(std::sqrt(nx * nx + ny * ny + nz * nz), kFrameEpsilon);
-    normals.x[f] = nx / nl;
-    normals.y[f] = ny / nl;
-    normals.z[f] = nz / nl;
+    const double x = nx / nl, y = ny / nl, z = nz / nl;
+    for (int k = 0; k < 3; ++k) {
+        double* sum = sums + 4 * corner[k];
+        sum[0] += x;
+        sum[1] += y;
+        sum[2] += z;
+        sum[3] += 0.0;
+    }
 }
 
 void vertexFrame(const FrameOutput& out, ptrdiff_t j) {
-    const double* sum = out.sums + 3 * (out.pick ? out.pick[j] : j);
+    const double* sum = out.sums + 4 * (out.pick ? out.pick[j] : j);
     float* const* rows = out.rows;
     const double length =
         std::max(std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]), kFrameEpsilon);

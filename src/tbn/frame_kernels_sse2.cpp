@@ -8,9 +8,8 @@
 
 namespace kestrel::meridian::kernels {
 
-size_t faceNormalsSse2(const FaceTables& faces, const PlanarPositions& p,
-                       const PlanarNormals& normals) {
-    return faceNormalsWide<Sse2Doubles>(faces, p, normals);
+size_t addFaceNormalsSse2(const FaceTables& faces, const double* positions, double* sums) {
+    return addFaceNormalsWide<Sse2Doubles>(faces, positions, sums);
 }
 
 ptrdiff_t vertexFramesSse2(const FrameOutput& out) {

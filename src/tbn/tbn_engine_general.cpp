@@ -6,6 +6,7 @@
 
 #include "io/mesh_readers.h"
 #include "tbn/face_messages.h"
+#include "tbn/record_buffer.h"
 
 using namespace kestrel::meridian;
 
@@ -91,15 +92,12 @@ void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlana
     constexpr Eigen::Index n = kHeadVertexCount;
     const Eigen::Index m = static_cast<Eigen::Index>(taviToHead_.size());
     // Kept by the thread between calls, like the face normals.
-    thread_local std::vector<double> positions, normalSums;
-    positions.resize(3 * static_cast<size_t>(m));
-    normalSums.resize(3 * static_cast<size_t>(m));
-    for (Eigen::Index i = 0; i < m; ++i) {
-        const Eigen::Index head = taviToHead_[static_cast<size_t>(i)];
-        for (Eigen::Index c = 0; c < 3; ++c) positions[c * m + i] = headPlanar[c * n + head];
-    }
-    accumulateNormalSums(topology_, positions.data(), normalSums.data());
-    writeVertexFrames(normalSums.data(), headToTavi_.data(), outputVertexCount(), framesPlanar);
+    thread_local RecordBuffer positions, normalSums;
+    double* records = positions.reserve(4 * static_cast<size_t>(m));
+    widenToRecords(headPlanar, n, taviToHead_.data(), m, records);
+    double* sums = normalSums.reserve(4 * static_cast<size_t>(m));
+    accumulateNormalSums(topology_, records, sums);
+    writeVertexFrames(sums, headToTavi_.data(), outputVertexCount(), framesPlanar);
 }
 
 namespace kestrel::meridian {

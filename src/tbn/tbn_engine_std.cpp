@@ -1,12 +1,10 @@
 #include "tbn/tbn_engine_std.h"
 
-#include <algorithm>
-#include <vector>
-
 #include "common/model_paths.h"
 
 #include "io/mesh_readers.h"
 #include "tbn/face_messages.h"
+#include "tbn/record_buffer.h"
 
 namespace kestrel::meridian {
 
@@ -54,10 +52,12 @@ void TBNEngineStd::clear() {
 void TBNEngineStd::computeFrames(const float* headPlanar, float* framesPlanar) const {
     constexpr Eigen::Index n = kHeadVertexCount;
     // Kept by the thread between calls, like the face normals.
-    thread_local std::vector<double> positions(3 * n), normalSums(3 * n);
-    std::copy(headPlanar, headPlanar + 3 * n, positions.begin());
-    accumulateNormalSums(topology_, positions.data(), normalSums.data());
-    writeVertexFrames(normalSums.data(), nullptr, n, framesPlanar);
+    thread_local RecordBuffer positions, normalSums;
+    double* records = positions.reserve(4 * n);
+    widenToRecords(headPlanar, n, nullptr, n, records);
+    double* sums = normalSums.reserve(4 * n);
+    accumulateNormalSums(topology_, records, sums);
+    writeVertexFrames(sums, nullptr, n, framesPlanar);
 }
 
 }  // namespace kestrel::meridian
