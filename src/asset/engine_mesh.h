@@ -43,4 +43,14 @@ std::vector<int> copyIds(const kestrel::meridian::Correspondence& record);
 Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen::Matrix3Xi& faces,
                                  const std::vector<int>& copyOf);
 
+/// seamlessNormals once per copy id instead of once per vertex, with the
+/// bits seamlessNormals gives every copy of the id. `positions` is 3 by #V
+/// (coordinate r of vertex j at 3 * j + r), `faces` 3 by #F, `copyOf` #V
+/// ids below `idCount`. `normals` becomes 3 * `idCount` doubles (coordinate
+/// r of id i at 3 * i + r); a caller keeping it between meshes reuses its
+/// storage.
+void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces,
+                          const std::vector<int>& copyOf, int idCount,
+                          std::vector<double>& normals);
+
 }  // namespace meridian::exporter

@@ -71,6 +71,7 @@ class HeadExporter {
         Eigen::Index count = 0;
         EngineMeshLayout layout;
         std::vector<int> copyOf;  ///< copy ids, for seamless normals
+        int idCount = 0;          ///< distinct copy ids
     };
     /// An aligner's export-order mesh, split into the subject's left and right.
     struct EyeMesh {
@@ -83,6 +84,11 @@ class HeadExporter {
     EyeMesh loadEyeMesh(const char* templateFile, const char* exportFile, const char* leftFile,
                         const char* rightFile) const;
     void addEyes(const std::vector<float>& head, HeadAsset& asset) const;
+    /// The head's node: positions and normals of `engineHead` (3 by #V
+    /// planar floats, engine order) and one morph target per entry of
+    /// `shapes` (each 3 by #V planar floats), all in glTF.
+    void addHead(const std::vector<float>& engineHead,
+                 const std::vector<std::vector<float>>& shapes, MeshNode& node) const;
 
     ExportSettings settings_;
     EngineMesh head_;
