@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "blendshape/parallel_tasks.h"
 #include "common/model_paths.h"
 #include "common/template_head.h"
 #include "eyes/aligner_data.h"
@@ -182,51 +183,69 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, const float* given,
 
 namespace {
 
-/// The normals stage's working storage, kept by each thread that exports
-/// (about 2.3 MB for the demo head) so that an export reuses pages already
-/// mapped instead of having fresh ones zeroed.
-struct NormalsScratch {
-    Eigen::Matrix3Xd base, shape;                   ///< 3 by #V, in glTF
-    std::vector<double> baseNormals, shapeNormals;  ///< 3 by #ids, x y z of id i from 3 * i
+/// One mesh of the normals stage (the head or a shape): its positions and
+/// its normals per copy id, both in glTF.
+struct MappedMesh {
+    Eigen::Matrix3Xd positions;   ///< 3 by #V
+    std::vector<double> normals;  ///< 3 by #ids, x y z of id i from 3 * i
 };
 
 }  // namespace
 
 void HeadExporter::addHead(const std::vector<float>& engineHead,
                            const std::vector<std::vector<float>>& shapes, MeshNode& node) const {
-    thread_local NormalsScratch scratch;
-    const ModelToGltf& toGltf = settings_.transform;
+    // Kept by each thread that exports (about 1 MB per mesh for the demo
+    // head), so that an export reuses pages already mapped instead of having
+    // fresh ones zeroed.
+    // The tasks below name it through this reference: inside a task running
+    // on another thread the name of a thread_local is that thread's own.
+    thread_local std::vector<MappedMesh> kept;
+    std::vector<MappedMesh>& meshes = kept;
+    const int meshCount = 1 + static_cast<int>(shapes.size());
+    if (meshes.size() < static_cast<size_t>(meshCount)) meshes.resize(meshCount);
     const Eigen::Index count = head_.count;
     const int* const idOf = head_.copyOf.data();
-    const auto normalsOf = [&](const Eigen::Matrix3Xd& positions, std::vector<double>& normals) {
-        seamlessNormalsPerId(positions.data(), head_.layout.faces, head_.copyOf, head_.idCount,
-                             normals);
-    };
-    toGltf.fromPlanar(engineHead.data(), count, scratch.base);
-    normalsOf(scratch.base, scratch.baseNormals);
+
     node.name = "head";
-    node.positions = scratch.base.cast<float>();
-    node.normals.resize(3, count);
-    const double* const baseNormal = scratch.baseNormals.data();
-    for (Eigen::Index v = 0; v < count; ++v)
-        for (int r = 0; r < 3; ++r)
-            node.normals(r, v) = static_cast<float>(baseNormal[3 * idOf[v] + r]);
     node.uvs = head_.layout.uvs;
     node.faces = head_.layout.faces;
     node.surface = kSkin;
+    node.positions.resize(3, count);
+    node.normals.resize(3, count);
+    for (size_t s = 0; s < shapes.size(); ++s)
+        node.targets.push_back(
+            {bs::kRegions[s].name, Eigen::Matrix3Xf(3, count), Eigen::Matrix3Xf(3, count)});
 
-    // Each target is written in one pass over the vertices, straight from
-    // the double values into the asset's floats.
-    for (size_t s = 0; s < shapes.size(); ++s) {
-        toGltf.fromPlanar(shapes[s].data(), count, scratch.shape);
-        normalsOf(scratch.shape, scratch.shapeNormals);
-        MorphTarget target{bs::kRegions[s].name, Eigen::Matrix3Xf(3, count),
-                           Eigen::Matrix3Xf(3, count)};
-        const double* shape = scratch.shape.data();
-        const double* base = scratch.base.data();
-        const double* shapeNormal = scratch.shapeNormals.data();
-        float* positionOffset = target.positionOffsets.data();
-        float* normalOffset = target.normalOffsets.data();
+    // The meshes are independent until the targets take their differences
+    // from the head: on the blendshape engine's threads when it has more
+    // than one (the batch runs one), in turn otherwise. Which thread maps a
+    // mesh does not change its bits.
+    const int threads = blendshapes_ ? blendshapes_->threadCount() : 1;
+    bs::runTasks(meshCount, threads, [&](int m) {
+        MappedMesh& mesh = meshes[static_cast<size_t>(m)];
+        settings_.transform.fromPlanar(m == 0 ? engineHead.data() : shapes[m - 1].data(), count,
+                                       mesh.positions);
+        seamlessNormalsPerId(mesh.positions.data(), head_.layout.faces, head_.copyOf, head_.idCount,
+                             mesh.normals);
+    });
+
+    // Each array is written in one pass over the vertices, straight from the
+    // double values into the asset's floats.
+    const double* const base = meshes[0].positions.data();
+    const double* const baseNormal = meshes[0].normals.data();
+    bs::runTasks(meshCount, threads, [&](int m) {
+        if (m == 0) {
+            node.positions = meshes[0].positions.cast<float>();
+            for (Eigen::Index v = 0; v < count; ++v)
+                for (int r = 0; r < 3; ++r)
+                    node.normals(r, v) = static_cast<float>(baseNormal[3 * idOf[v] + r]);
+            return;
+        }
+        MorphTarget& target = node.targets[static_cast<size_t>(m - 1)];
+        const double* const shape = meshes[static_cast<size_t>(m)].positions.data();
+        const double* const shapeNormal = meshes[static_cast<size_t>(m)].normals.data();
+        float* const positionOffset = target.positionOffsets.data();
+        float* const normalOffset = target.normalOffsets.data();
         for (Eigen::Index v = 0; v < count; ++v) {
             const int id = idOf[v];
             for (int r = 0; r < 3; ++r) {
@@ -235,8 +254,7 @@ void HeadExporter::addHead(const std::vector<float>& engineHead,
                     static_cast<float>(shapeNormal[3 * id + r] - baseNormal[3 * id + r]);
             }
         }
-        node.targets.push_back(std::move(target));
-    }
+    });
 }
 
 AssetQuality HeadExporter::quality(const std::vector<float>& head, const HeadAsset& asset) const {
