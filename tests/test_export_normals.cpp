@@ -104,8 +104,8 @@ TEST(SeamlessNormals, PerIdBlocksGiveTheBitsOfThePerVertexLoop) {
 
         // Storage kept from a larger mesh is resized, not read.
         std::vector<double> perId(3 * static_cast<size_t>(mesh.idCount) + 300, 7.0);
-        ex::seamlessNormalsPerId(mesh.positions.data(), mesh.faces, mesh.copyOf, mesh.idCount,
-                                 perId);
+        ex::seamlessNormalsPerId(mesh.positions.data(), mesh.faces,
+                                 ex::cornerIds(mesh.faces, mesh.copyOf), mesh.idCount, perId);
         ASSERT_EQ(perId.size(), 3 * static_cast<size_t>(mesh.idCount));
         Eigen::Matrix3Xd gathered(3, mesh.positions.cols());
         for (Eigen::Index v = 0; v < gathered.cols(); ++v)

@@ -111,12 +111,13 @@ void normalise(double* vectors, int count) {
 }  // namespace
 
 void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces,
-                          const std::vector<int>& copyOf, int idCount,
+                          const Eigen::Matrix3Xi& cornerIds, int idCount,
                           std::vector<double>& normals) {
     normals.assign(3 * static_cast<size_t>(idCount), 0.0);
     double* const sums = normals.data();
     const int* corner = faces.data();
-    for (Eigen::Index f = 0; f < faces.cols(); ++f, corner += 3) {
+    const int* id = cornerIds.data();
+    for (Eigen::Index f = 0; f < faces.cols(); ++f, corner += 3, id += 3) {
         const double* a = positions + 3 * static_cast<size_t>(corner[0]);
         const double* b = positions + 3 * static_cast<size_t>(corner[1]);
         const double* c = positions + 3 * static_cast<size_t>(corner[2]);
@@ -128,7 +129,7 @@ void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces
         // previous face just stored through a wider load (a stalled store
         // forward on every corner).
         for (int k = 0; k < 3; ++k) {
-            double* sum = sums + 3 * static_cast<size_t>(copyOf[static_cast<size_t>(corner[k])]);
+            double* sum = sums + 3 * static_cast<size_t>(id[k]);
             sum[0] += weighted.x();
             sum[1] += weighted.y();
             sum[2] += weighted.z();
@@ -137,11 +138,18 @@ void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces
     normalise(sums, idCount);
 }
 
+Eigen::Matrix3Xi cornerIds(const Eigen::Matrix3Xi& faces, const std::vector<int>& copyOf) {
+    Eigen::Matrix3Xi ids(3, faces.cols());
+    for (Eigen::Index i = 0; i < faces.size(); ++i)
+        ids.data()[i] = copyOf[static_cast<size_t>(faces.data()[i])];
+    return ids;
+}
+
 Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen::Matrix3Xi& faces,
                                  const std::vector<int>& copyOf) {
     const int idCount = copyOf.empty() ? 0 : *std::max_element(copyOf.begin(), copyOf.end()) + 1;
     std::vector<double> perId;
-    seamlessNormalsPerId(positions.data(), faces, copyOf, idCount, perId);
+    seamlessNormalsPerId(positions.data(), faces, cornerIds(faces, copyOf), idCount, perId);
     Eigen::Matrix3Xd normals(3, positions.cols());
     for (Eigen::Index v = 0; v < positions.cols(); ++v) {
         const double* unit = perId.data() + 3 * static_cast<size_t>(copyOf[static_cast<size_t>(v)]);

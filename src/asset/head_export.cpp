@@ -71,6 +71,7 @@ HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : sett
         head_.layout = readEngineMeshLayout(modelPath(dir, kHeadTemplateFile), head_.count);
         head_.copyOf = copyIds(engineOrder);
         head_.idCount = idCountOf(head_.copyOf);
+        head_.cornerIds = cornerIds(head_.layout.faces, head_.copyOf);
         if (!settings_.eyes) return;
         const km::AlignerFiles &ball = km::kEyeballAlignerFiles, &lash = km::kEyelashAlignerFiles;
         eyeballs_ = loadEyeMesh(kEyeballTemplateFile, ball.meshToExport, ball.leftVertices,
@@ -117,7 +118,6 @@ HeadExporter::EyeMesh HeadExporter::loadEyeMesh(const char* templateFile, const 
         eye.mesh.count = static_cast<Eigen::Index>(exportOrder.size());
         eye.mesh.layout = readEngineMeshLayout(modelPath(dir, templateFile), eye.mesh.count);
         eye.mesh.copyOf = copyIds(exportOrder);
-        eye.mesh.idCount = idCountOf(eye.mesh.copyOf);
         std::vector<int32_t> left, right;
         km::Error error;
         if (!km::loadIndexList(left, modelPath(dir, leftFile), error) ||
@@ -225,8 +225,8 @@ void HeadExporter::addHead(const std::vector<float>& engineHead,
         MappedMesh& mesh = meshes[static_cast<size_t>(m)];
         settings_.transform.fromPlanar(m == 0 ? engineHead.data() : shapes[m - 1].data(), count,
                                        mesh.positions);
-        seamlessNormalsPerId(mesh.positions.data(), head_.layout.faces, head_.copyOf, head_.idCount,
-                             mesh.normals);
+        seamlessNormalsPerId(mesh.positions.data(), head_.layout.faces, head_.cornerIds,
+                             head_.idCount, mesh.normals);
     });
 
     // Each array is written in one pass over the vertices, straight from the

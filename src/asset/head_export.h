@@ -70,8 +70,9 @@ class HeadExporter {
     struct EngineMesh {
         Eigen::Index count = 0;
         EngineMeshLayout layout;
-        std::vector<int> copyOf;  ///< copy ids, for seamless normals
-        int idCount = 0;          ///< distinct copy ids
+        std::vector<int> copyOf;     ///< copy ids, for seamless normals
+        int idCount = 0;             ///< distinct copy ids (the head's only)
+        Eigen::Matrix3Xi cornerIds;  ///< copy id of every face corner (the head's only)
     };
     /// An aligner's export-order mesh, split into the subject's left and right.
     struct EyeMesh {
