@@ -195,10 +195,10 @@ struct MappedMesh {
 void HeadExporter::addHead(const std::vector<float>& engineHead,
                            const std::vector<std::vector<float>>& shapes, MeshNode& node) const {
     // Kept by each thread that exports (about 1 MB per mesh for the demo
-    // head), so that an export reuses pages already mapped instead of having
-    // fresh ones zeroed.
-    // The tasks below name it through this reference: inside a task running
-    // on another thread the name of a thread_local is that thread's own.
+    // head; two meshes' worth on one thread), so that an export reuses pages
+    // already mapped instead of having fresh ones zeroed. The tasks below
+    // name it through a reference: inside a task running on another thread
+    // the name of a thread_local is that thread's own.
     thread_local std::vector<MappedMesh> kept;
     std::vector<MappedMesh>& meshes = kept;
     const int meshCount = 1 + static_cast<int>(shapes.size());
@@ -218,22 +218,27 @@ void HeadExporter::addHead(const std::vector<float>& engineHead,
 
     // The meshes are independent until the targets take their differences
     // from the head: on the blendshape engine's threads when it has more
-    // than one (the batch runs one), in turn otherwise. Which thread maps a
-    // mesh does not change its bits.
+    // than one, each mesh with storage of its own. On one thread (as the
+    // batch runs) each shape is written while its arrays are still in the
+    // cache, all through one set of storage. Which thread maps a mesh does
+    // not change its bits.
     const int threads = blendshapes_ ? blendshapes_->threadCount() : 1;
-    bs::runTasks(meshCount, threads, [&](int m) {
-        MappedMesh& mesh = meshes[static_cast<size_t>(m)];
+    const bool inTurn = threads < 2 || meshCount < 2;
+    const auto storageOf = [&](int m) -> MappedMesh& {
+        return meshes[static_cast<size_t>(inTurn ? std::min(m, 1) : m)];
+    };
+    const auto map = [&](int m) {
+        MappedMesh& mesh = storageOf(m);
         settings_.transform.fromPlanar(m == 0 ? engineHead.data() : shapes[m - 1].data(), count,
                                        mesh.positions);
         seamlessNormalsPerId(mesh.positions.data(), head_.layout.faces, head_.cornerIds,
                              head_.idCount, mesh.normals);
-    });
-
+    };
     // Each array is written in one pass over the vertices, straight from the
     // double values into the asset's floats.
-    const double* const base = meshes[0].positions.data();
-    const double* const baseNormal = meshes[0].normals.data();
-    bs::runTasks(meshCount, threads, [&](int m) {
+    const auto write = [&](int m) {
+        const double* const base = meshes[0].positions.data();
+        const double* const baseNormal = meshes[0].normals.data();
         if (m == 0) {
             node.positions = meshes[0].positions.cast<float>();
             for (Eigen::Index v = 0; v < count; ++v)
@@ -242,8 +247,8 @@ void HeadExporter::addHead(const std::vector<float>& engineHead,
             return;
         }
         MorphTarget& target = node.targets[static_cast<size_t>(m - 1)];
-        const double* const shape = meshes[static_cast<size_t>(m)].positions.data();
-        const double* const shapeNormal = meshes[static_cast<size_t>(m)].normals.data();
+        const double* const shape = storageOf(m).positions.data();
+        const double* const shapeNormal = storageOf(m).normals.data();
         float* const positionOffset = target.positionOffsets.data();
         float* const normalOffset = target.normalOffsets.data();
         for (Eigen::Index v = 0; v < count; ++v) {
@@ -254,7 +259,16 @@ void HeadExporter::addHead(const std::vector<float>& engineHead,
                     static_cast<float>(shapeNormal[3 * id + r] - baseNormal[3 * id + r]);
             }
         }
-    });
+    };
+    if (inTurn) {
+        for (int m = 0; m < meshCount; ++m) {
+            map(m);
+            write(m);
+        }
+        return;
+    }
+    bs::runTasks(meshCount, threads, map);
+    bs::runTasks(meshCount, threads, write);
 }
 
 AssetQuality HeadExporter::quality(const std::vector<float>& head, const HeadAsset& asset) const {
