@@ -10,6 +10,7 @@
 
 #include "export_error.h"
 #include "io/mesh_readers.h"
+#include "unit_columns.h"
 
 namespace meridian::exporter {
 
@@ -78,13 +79,11 @@ namespace {
 
 /// Normalises `count` vectors in place (x y z of vector i at 3 * i), a
 /// vector without length becoming (0, 1, 0). Each block is turned into one
-/// array per coordinate so that square roots and divisions run packed; a
-/// vector's norm sums its squares first to last, as below, and packed square
-/// roots and divisions round as single ones do, so the bits stay.
+/// array per coordinate so that square roots and divisions run as wide as
+/// the processor allows, with the bits of one vector at a time.
 void normalise(double* vectors, int count) {
     constexpr int kBlock = 64;
-    using Block = Eigen::Array<double, kBlock, 1>;
-    Block x, y, z;
+    double x[kBlock], y[kBlock], z[kBlock], length[kBlock];
     for (int start = 0; start < count; start += kBlock) {
         const int size = std::min(kBlock, count - start);
         double* block = vectors + 3 * static_cast<size_t>(start);
@@ -93,12 +92,7 @@ void normalise(double* vectors, int count) {
             y[i] = block[3 * i + 1];
             z[i] = block[3 * i + 2];
         }
-        // The tail of the last block is zero: its quotients are not kept.
-        for (int i = size; i < kBlock; ++i) x[i] = y[i] = z[i] = 0.0;
-        const Block length = (x.square() + y.square() + z.square()).sqrt();
-        x /= length;
-        y /= length;
-        z /= length;
+        unitColumns(x, y, z, length, size);
         for (int i = 0; i < size; ++i) {
             const bool unit = length[i] > 0.0;  // false for NaN too
             block[3 * i] = unit ? x[i] : 0.0;
