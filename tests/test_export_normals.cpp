@@ -11,8 +11,6 @@
 #include <Eigen/Geometry>
 
 #include "asset/engine_mesh.h"
-#include "asset/unit_columns.h"
-#include "simd/simd_level.h"
 
 namespace {
 
@@ -114,40 +112,6 @@ TEST(SeamlessNormals, PerIdBlocksGiveTheBitsOfThePerVertexLoop) {
             for (int r = 0; r < 3; ++r)
                 gathered(r, v) = perId[3 * static_cast<size_t>(mesh.copyOf[v]) + r];
         EXPECT_TRUE(sameBits(gathered, expected));
-    }
-}
-
-// Every width this processor has against the scalar code, over lengths
-// that leave a tail after the widest vectors, and values whose squares
-// overflow, underflow or are NaN.
-TEST(UnitColumns, EveryWidthGivesTheScalarBits) {
-    namespace simd = kestrel::meridian::simd;
-    constexpr double kInf = std::numeric_limits<double>::infinity();
-    std::mt19937 random(5);
-    std::uniform_real_distribution<double> coordinate(-2.0, 2.0);
-    const double specials[] = {0.0,      -0.0, 1e200, -1e-200,
-                               4.9e-324, kInf, -kInf, std::numeric_limits<double>::quiet_NaN()};
-    for (int count : {0, 1, 7, 8, 9, 64, 67}) {
-        std::vector<double> columns(3 * static_cast<size_t>(count));
-        for (size_t i = 0; i < columns.size(); ++i)
-            columns[i] = i % 5 == 0 ? specials[i / 5 % 8] : coordinate(random);
-        const auto run = [&](simd::Level level) {
-            std::vector<double> out = columns, length(static_cast<size_t>(count));
-            ex::unitColumns(out.data(), out.data() + count, out.data() + 2 * count, length.data(),
-                            count, level);
-            out.insert(out.end(), length.begin(), length.end());
-            return out;
-        };
-        const std::vector<double> expected = run(simd::Level::scalar);
-        for (simd::Level level : simd::kLevels) {
-            if (!simd::levelAvailable(level)) continue;
-            SCOPED_TRACE(std::string(simd::levelName(level)) + ", " + std::to_string(count));
-            const std::vector<double> got = run(level);
-            ASSERT_EQ(got.size(), expected.size());
-            if (!got.empty())
-                EXPECT_EQ(std::memcmp(got.data(), expected.data(), sizeof(double) * got.size()),
-                          0);
-        }
     }
 }
 

@@ -10,7 +10,6 @@
 
 #include "export_error.h"
 #include "io/mesh_readers.h"
-#include "unit_columns.h"
 
 namespace meridian::exporter {
 
@@ -79,11 +78,13 @@ namespace {
 
 /// Normalises `count` vectors in place (x y z of vector i at 3 * i), a
 /// vector without length becoming (0, 1, 0). Each block is turned into one
-/// array per coordinate so that square roots and divisions run as wide as
-/// the processor allows, with the bits of one vector at a time.
+/// array per coordinate so that square roots and divisions run packed; a
+/// vector's norm sums its squares first to last, as below, and packed square
+/// roots and divisions round as single ones do, so the bits stay.
 void normalise(double* vectors, int count) {
     constexpr int kBlock = 64;
-    double x[kBlock], y[kBlock], z[kBlock], length[kBlock];
+    using Block = Eigen::Array<double, kBlock, 1>;
+    Block x, y, z;
     for (int start = 0; start < count; start += kBlock) {
         const int size = std::min(kBlock, count - start);
         double* block = vectors + 3 * static_cast<size_t>(start);
@@ -92,7 +93,12 @@ void normalise(double* vectors, int count) {
             y[i] = block[3 * i + 1];
             z[i] = block[3 * i + 2];
         }
-        unitColumns(x, y, z, length, size);
+        // The tail of the last block is zero: its quotients are not kept.
+        for (int i = size; i < kBlock; ++i) x[i] = y[i] = z[i] = 0.0;
+        const Block length = (x.square() + y.square() + z.square()).sqrt();
+        x /= length;
+        y /= length;
+        z /= length;
         for (int i = 0; i < size; ++i) {
             const bool unit = length[i] > 0.0;  // false for NaN too
             block[3 * i] = unit ? x[i] : 0.0;
