@@ -74,39 +74,86 @@ std::vector<int> copyIds(const km::Correspondence& record) {
     return result;
 }
 
-Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen::Matrix3Xi& faces,
-                                 const std::vector<int>& copyOf) {
-    const int idCount = copyOf.empty() ? 0 : *std::max_element(copyOf.begin(), copyOf.end()) + 1;
-    Eigen::Matrix3Xd sums = Eigen::Matrix3Xd::Zero(3, idCount);
-    for (Eigen::Index f = 0; f < faces.cols(); ++f) {
-        const Eigen::Vector3d a = positions.col(faces(0, f)), b = positions.col(faces(1, f)),
-                              c = positions.col(faces(2, f));
+namespace {
+
+/// Normalises `count` vectors in place (x y z of vector i at 3 * i), a
+/// vector without length becoming (0, 1, 0). Each block is turned into one
+/// array per coordinate so that square roots and divisions run packed; a
+/// vector's norm sums its squares first to last, as below, and packed square
+/// roots and divisions round as single ones do, so the bits stay.
+void normalise(double* vectors, int count) {
+    constexpr int kBlock = 64;
+    using Block = Eigen::Array<double, kBlock, 1>;
+    Block x, y, z;
+    for (int start = 0; start < count; start += kBlock) {
+        const int size = std::min(kBlock, count - start);
+        double* block = vectors + 3 * static_cast<size_t>(start);
+        for (int i = 0; i < size; ++i) {
+            x[i] = block[3 * i];
+            y[i] = block[3 * i + 1];
+            z[i] = block[3 * i + 2];
+        }
+        // The tail of the last block is zero: its quotients are not kept.
+        for (int i = size; i < kBlock; ++i) x[i] = y[i] = z[i] = 0.0;
+        const Block length = (x.square() + y.square() + z.square()).sqrt();
+        x /= length;
+        y /= length;
+        z /= length;
+        for (int i = 0; i < size; ++i) {
+            const bool unit = length[i] > 0.0;  // false for NaN too
+            block[3 * i] = unit ? x[i] : 0.0;
+            block[3 * i + 1] = unit ? y[i] : 1.0;
+            block[3 * i + 2] = unit ? z[i] : 0.0;
+        }
+    }
+}
+
+}  // namespace
+
+void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces,
+                          const Eigen::Matrix3Xi& cornerIds, int idCount,
+                          std::vector<double>& normals) {
+    normals.assign(3 * static_cast<size_t>(idCount), 0.0);
+    double* const sums = normals.data();
+    const int* corner = faces.data();
+    const int* id = cornerIds.data();
+    for (Eigen::Index f = 0; f < faces.cols(); ++f, corner += 3, id += 3) {
+        const double* a = positions + 3 * static_cast<size_t>(corner[0]);
+        const double* b = positions + 3 * static_cast<size_t>(corner[1]);
+        const double* c = positions + 3 * static_cast<size_t>(corner[2]);
+        const Eigen::Vector3d ab(b[0] - a[0], b[1] - a[1], b[2] - a[2]);
+        const Eigen::Vector3d ac(c[0] - a[0], c[1] - a[1], c[2] - a[2]);
         // Twice the face's area along its normal: larger faces weigh more.
-        const Eigen::Vector3d weighted = (b - a).cross(c - a);
+        const Eigen::Vector3d weighted = ab.cross(ac);
         // One component at a time: a packed add here would reload what the
         // previous face just stored through a wider load (a stalled store
         // forward on every corner).
         for (int k = 0; k < 3; ++k) {
-            double* sum = sums.data() + 3 * copyOf[static_cast<size_t>(faces(k, f))];
+            double* sum = sums + 3 * static_cast<size_t>(id[k]);
             sum[0] += weighted.x();
             sum[1] += weighted.y();
             sum[2] += weighted.z();
         }
     }
+    normalise(sums, idCount);
+}
+
+Eigen::Matrix3Xi cornerIds(const Eigen::Matrix3Xi& faces, const std::vector<int>& copyOf) {
+    Eigen::Matrix3Xi ids(3, faces.cols());
+    for (Eigen::Index i = 0; i < faces.size(); ++i)
+        ids.data()[i] = copyOf[static_cast<size_t>(faces.data()[i])];
+    return ids;
+}
+
+Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen::Matrix3Xi& faces,
+                                 const std::vector<int>& copyOf) {
+    const int idCount = copyOf.empty() ? 0 : *std::max_element(copyOf.begin(), copyOf.end()) + 1;
+    std::vector<double> perId;
+    seamlessNormalsPerId(positions.data(), faces, cornerIds(faces, copyOf), idCount, perId);
     Eigen::Matrix3Xd normals(3, positions.cols());
     for (Eigen::Index v = 0; v < positions.cols(); ++v) {
-        const Eigen::Vector3d sum = sums.col(copyOf[static_cast<size_t>(v)]);
-        const double length = sum.norm();
-        double* normal = normals.data() + 3 * v;
-        if (length > 0.0) {
-            normal[0] = sum.x() / length;
-            normal[1] = sum.y() / length;
-            normal[2] = sum.z() / length;
-        } else {
-            normal[0] = 0.0;
-            normal[1] = 1.0;
-            normal[2] = 0.0;
-        }
+        const double* unit = perId.data() + 3 * static_cast<size_t>(copyOf[static_cast<size_t>(v)]);
+        for (int r = 0; r < 3; ++r) normals(r, v) = unit[r];
     }
     return normals;
 }

@@ -43,4 +43,18 @@ std::vector<int> copyIds(const kestrel::meridian::Correspondence& record);
 Eigen::Matrix3Xd seamlessNormals(const Eigen::Matrix3Xd& positions, const Eigen::Matrix3Xi& faces,
                                  const std::vector<int>& copyOf);
 
+/// The copy id of every corner of `faces` (3 by #F): 3 by #F, the id of
+/// corner k of face f at (k, f).
+Eigen::Matrix3Xi cornerIds(const Eigen::Matrix3Xi& faces, const std::vector<int>& copyOf);
+
+/// seamlessNormals once per copy id instead of once per vertex, with the
+/// bits seamlessNormals gives every copy of the id. `positions` is 3 by #V
+/// (coordinate r of vertex j at 3 * j + r), `faces` 3 by #F, `cornerIds`
+/// their copy ids (cornerIds(faces, copyOf), ids below `idCount`).
+/// `normals` becomes 3 * `idCount` doubles (coordinate r of id i at
+/// 3 * i + r); a caller keeping it between meshes reuses its storage.
+void seamlessNormalsPerId(const double* positions, const Eigen::Matrix3Xi& faces,
+                          const Eigen::Matrix3Xi& cornerIds, int idCount,
+                          std::vector<double>& normals);
+
 }  // namespace meridian::exporter

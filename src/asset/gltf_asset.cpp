@@ -70,9 +70,13 @@ class BufferWriter {
         view.byteOffset = buffer.size();
         view.byteLength = bytes;
         view.target = target;
-        buffer.resize(buffer.size() + bytes);
-        // An empty array's data may be null, which memcpy must never see.
-        if (bytes > 0) std::memcpy(buffer.data() + view.byteOffset, data, bytes);
+        // Appended, not resized and then copied over: the buffer's space is
+        // reserved up front, and zeroing it first would write it twice. An
+        // empty array's data may be null, which must never be read.
+        if (bytes > 0) {
+            const auto* first = static_cast<const unsigned char*>(data);
+            buffer.insert(buffer.end(), first, first + bytes);
+        }
         model_.bufferViews.push_back(view);
 
         tinygltf::Accessor accessor;

@@ -1,8 +1,10 @@
 #include "head_export.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "blendshape/backend_files.h"
+#include "blendshape/parallel_tasks.h"
 #include "common/model_paths.h"
 #include "common/template_head.h"
 #include "eyes/aligner_data.h"
@@ -40,6 +42,10 @@ tinygltf::Value numbers(const double* values, int count) {
     return tinygltf::Value(std::move(array));
 }
 
+int idCountOf(const std::vector<int>& copyOf) {
+    return copyOf.empty() ? 0 : *std::max_element(copyOf.begin(), copyOf.end()) + 1;
+}
+
 /// Columns `which` of a 3 by #V (or 2 by #V) matrix.
 template <typename Matrix>
 Matrix gather(const Matrix& all, const std::vector<int>& which) {
@@ -64,6 +70,8 @@ HeadExporter::HeadExporter(const ExportSettings& settings, StageLog& log) : sett
         head_.count = static_cast<Eigen::Index>(engineOrder.size());
         head_.layout = readEngineMeshLayout(modelPath(dir, kHeadTemplateFile), head_.count);
         head_.copyOf = copyIds(engineOrder);
+        head_.idCount = idCountOf(head_.copyOf);
+        head_.cornerIds = cornerIds(head_.layout.faces, head_.copyOf);
         if (!settings_.eyes) return;
         const km::AlignerFiles &ball = km::kEyeballAlignerFiles, &lash = km::kEyelashAlignerFiles;
         eyeballs_ = loadEyeMesh(kEyeballTemplateFile, ball.meshToExport, ball.leftVertices,
@@ -165,31 +173,102 @@ HeadAsset HeadExporter::run(const std::vector<float>& head, const float* given,
     HeadAsset asset;
     if (settings_.eyes) log.run("eyes", [&] { addEyes(head, asset); });
 
-    log.run("head normals and targets", [&] {
-        const ModelToGltf& toGltf = settings_.transform;
-        const Eigen::Matrix3Xd base = toGltf.fromPlanar(engineHead.data(), head_.count);
-        const Eigen::Matrix3Xd baseNormals =
-            seamlessNormals(base, head_.layout.faces, head_.copyOf);
-        MeshNode& node = asset.head;
-        node.name = "head";
-        node.positions = base.cast<float>();
-        node.normals = baseNormals.cast<float>();
-        node.uvs = head_.layout.uvs;
-        node.faces = head_.layout.faces;
-        node.surface = kSkin;
-        for (size_t s = 0; s < shapes.size(); ++s) {
-            const Eigen::Matrix3Xd shape = toGltf.fromPlanar(shapes[s].data(), head_.count);
-            const Eigen::Matrix3Xd normals =
-                seamlessNormals(shape, head_.layout.faces, head_.copyOf);
-            node.targets.push_back({bs::kRegions[s].name, (shape - base).cast<float>(),
-                                    (normals - baseNormals).cast<float>()});
-        }
-    });
+    log.run("head normals and targets", [&] { addHead(engineHead, shapes, asset.head); });
 
     asset.extras = tinygltf::Value(tinygltf::Value::Object{
         {"metres_per_model_unit", tinygltf::Value(settings_.transform.metresPerUnit)},
         {"model_axes", tinygltf::Value(std::string("X = x, Y = z, Z = -y"))}});
     return asset;
+}
+
+namespace {
+
+/// One mesh of the normals stage (the head or a shape): its positions and
+/// its normals per copy id, both in glTF.
+struct MappedMesh {
+    Eigen::Matrix3Xd positions;   ///< 3 by #V
+    std::vector<double> normals;  ///< 3 by #ids, x y z of id i from 3 * i
+};
+
+}  // namespace
+
+void HeadExporter::addHead(const std::vector<float>& engineHead,
+                           const std::vector<std::vector<float>>& shapes, MeshNode& node) const {
+    // Kept by each thread that exports (about 1 MB per mesh for the demo
+    // head; two meshes' worth on one thread), so that an export reuses pages
+    // already mapped instead of having fresh ones zeroed. The tasks below
+    // name it through a reference: inside a task running on another thread
+    // the name of a thread_local is that thread's own.
+    thread_local std::vector<MappedMesh> kept;
+    std::vector<MappedMesh>& meshes = kept;
+    const int meshCount = 1 + static_cast<int>(shapes.size());
+    if (meshes.size() < static_cast<size_t>(meshCount)) meshes.resize(meshCount);
+    const Eigen::Index count = head_.count;
+    const int* const idOf = head_.copyOf.data();
+
+    node.name = "head";
+    node.uvs = head_.layout.uvs;
+    node.faces = head_.layout.faces;
+    node.surface = kSkin;
+    node.positions.resize(3, count);
+    node.normals.resize(3, count);
+    for (size_t s = 0; s < shapes.size(); ++s)
+        node.targets.push_back(
+            {bs::kRegions[s].name, Eigen::Matrix3Xf(3, count), Eigen::Matrix3Xf(3, count)});
+
+    // The meshes are independent until the targets take their differences
+    // from the head: on the blendshape engine's threads when it has more
+    // than one, each mesh with storage of its own. On one thread (as the
+    // batch runs) each shape is written while its arrays are still in the
+    // cache, all through one set of storage. Which thread maps a mesh does
+    // not change its bits.
+    const int threads = blendshapes_ ? blendshapes_->threadCount() : 1;
+    const bool inTurn = threads < 2 || meshCount < 2;
+    const auto storageOf = [&](int m) -> MappedMesh& {
+        return meshes[static_cast<size_t>(inTurn ? std::min(m, 1) : m)];
+    };
+    const auto map = [&](int m) {
+        MappedMesh& mesh = storageOf(m);
+        settings_.transform.fromPlanar(m == 0 ? engineHead.data() : shapes[m - 1].data(), count,
+                                       mesh.positions);
+        seamlessNormalsPerId(mesh.positions.data(), head_.layout.faces, head_.cornerIds,
+                             head_.idCount, mesh.normals);
+    };
+    // Each array is written in one pass over the vertices, straight from the
+    // double values into the asset's floats.
+    const auto write = [&](int m) {
+        const double* const base = meshes[0].positions.data();
+        const double* const baseNormal = meshes[0].normals.data();
+        if (m == 0) {
+            node.positions = meshes[0].positions.cast<float>();
+            for (Eigen::Index v = 0; v < count; ++v)
+                for (int r = 0; r < 3; ++r)
+                    node.normals(r, v) = static_cast<float>(baseNormal[3 * idOf[v] + r]);
+            return;
+        }
+        MorphTarget& target = node.targets[static_cast<size_t>(m - 1)];
+        const double* const shape = storageOf(m).positions.data();
+        const double* const shapeNormal = storageOf(m).normals.data();
+        float* const positionOffset = target.positionOffsets.data();
+        float* const normalOffset = target.normalOffsets.data();
+        for (Eigen::Index v = 0; v < count; ++v) {
+            const int id = idOf[v];
+            for (int r = 0; r < 3; ++r) {
+                positionOffset[3 * v + r] = static_cast<float>(shape[3 * v + r] - base[3 * v + r]);
+                normalOffset[3 * v + r] =
+                    static_cast<float>(shapeNormal[3 * id + r] - baseNormal[3 * id + r]);
+            }
+        }
+    };
+    if (inTurn) {
+        for (int m = 0; m < meshCount; ++m) {
+            map(m);
+            write(m);
+        }
+        return;
+    }
+    bs::runTasks(meshCount, threads, map);
+    bs::runTasks(meshCount, threads, write);
 }
 
 AssetQuality HeadExporter::quality(const std::vector<float>& head, const HeadAsset& asset) const {

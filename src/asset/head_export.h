@@ -70,7 +70,9 @@ class HeadExporter {
     struct EngineMesh {
         Eigen::Index count = 0;
         EngineMeshLayout layout;
-        std::vector<int> copyOf;  ///< copy ids, for seamless normals
+        std::vector<int> copyOf;     ///< copy ids, for seamless normals
+        int idCount = 0;             ///< distinct copy ids (the head's only)
+        Eigen::Matrix3Xi cornerIds;  ///< copy id of every face corner (the head's only)
     };
     /// An aligner's export-order mesh, split into the subject's left and right.
     struct EyeMesh {
@@ -83,6 +85,11 @@ class HeadExporter {
     EyeMesh loadEyeMesh(const char* templateFile, const char* exportFile, const char* leftFile,
                         const char* rightFile) const;
     void addEyes(const std::vector<float>& head, HeadAsset& asset) const;
+    /// The head's node: positions and normals of `engineHead` (3 by #V
+    /// planar floats, engine order) and one morph target per entry of
+    /// `shapes` (each 3 by #V planar floats), all in glTF.
+    void addHead(const std::vector<float>& engineHead,
+                 const std::vector<std::vector<float>>& shapes, MeshNode& node) const;
 
     ExportSettings settings_;
     EngineMesh head_;
