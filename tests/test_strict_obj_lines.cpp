@@ -41,7 +41,9 @@ Outcome readObj(const std::string& text) {
 
 template <typename T>
 bool sameBits(const std::vector<T>& a, const std::vector<T>& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+    // An empty vector's data() may be null, which memcmp must not see.
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
 }
 
 void expectSame(const Outcome& fast, const Outcome& general) {
