@@ -108,15 +108,24 @@ void addToCorners(double* sums, const int32_t* corners, typename L::Vector x, ty
                 _mm_storeu_pd(sum, _mm_add_pd(_mm_loadu_pd(sum), xy[k]));
                 _mm_storeu_pd(sum + 2, _mm_add_pd(_mm_loadu_pd(sum + 2), zw[k]));
             }
-    } else if constexpr (L::kLanes == 4) {
+    }
+    // Each file sees only the branches of its own instruction set: clang
+    // checks the calls of a discarded branch too, and the wider records'
+    // helpers and intrinsics do not exist below AVX (AVX-512).
+#if defined(__AVX__)
+    else if constexpr (L::kLanes == 4) {
         addToCorners(sums, corners, x, y, z);
-    } else {
+    }
+#endif
+#if defined(__AVX512F__)
+    else {
         static_assert(L::kLanes == 8);
         addToCorners(sums, corners, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
                      _mm512_castpd512_pd256(z));
         addToCorners(sums, corners + 12, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
                      _mm512_extractf64x4_pd(z, 1));
     }
+#endif
 }
 
 // Each face's unit normal added to its corners' sums, face after face: the
