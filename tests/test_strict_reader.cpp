@@ -129,6 +129,28 @@ TEST(StrictReader, ReadsEveryWrittenFormOfAMesh) {
          -1},
         {"binary little-endian PLY", "a.ply", binaryTriangle(false), 3, 0, 1, {1.5f, 0, 0}, -1},
         {"binary big-endian PLY", "head.bin", binaryTriangle(true), 3, 0, 1, {1.5f, 0, 0}, -1},
+        // Items without properties take no bytes, so no count of them can
+        // outrun the body (nor may reading them take time in their count).
+        {"binary PLY with an element of no properties",
+         "a.ply",
+         binaryTriangle(false).insert(binaryTriangle(false).find("end_header"),
+                                      "element marker 9000000000000000000\n"),
+         3,
+         0,
+         1,
+         {1.5f, 0, 0},
+         -1},
+        {"ascii PLY with an element of no properties",
+         "a.ply",
+         std::string(kAsciiPlyHeader)
+                 .insert(std::string(kAsciiPlyHeader).find("end_header"),
+                         "element marker 9000000000000000000\n") +
+             "1.5 0 0 0\n0 2.25 0 0\n0 0 -3 1\n3 0 1 2\n",
+         3,
+         0,
+         1,
+         {1.5f, 0, 0},
+         -1},
     };
     for (const ReadCase& c : cases) {
         SCOPED_TRACE(c.name);

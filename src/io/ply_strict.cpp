@@ -171,6 +171,9 @@ class PlyBodyParser {
     }
 
     void readAscii(const PlyElement& element, const ElementRoles& roles, scan::LineReader& lines) {
+        // Items without properties are blank lines, which the reader skips
+        // anyway; as in binary, they take nothing.
+        if (element.properties.empty()) return;
         for (int64_t item = 0; item < element.count; ++item) {
             std::string_view line;
             do {
@@ -242,6 +245,9 @@ class PlyBodyParser {
     }
 
     size_t readBinary(const PlyElement& element, const ElementRoles& roles, size_t offset) {
+        // An element without properties takes no bytes, whatever its count;
+        // walking its items would only spin.
+        if (element.properties.empty()) return offset;
         const char* data = bytes_.data();
         const size_t size = bytes_.size();
         for (int64_t item = 0; item < element.count; ++item) {
