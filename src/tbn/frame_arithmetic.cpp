@@ -54,6 +54,23 @@ const WidePasses* widePasses(simd::Level level) {
     return nullptr;
 }
 
+// Sets topology.halves from its corners.
+void splitIntoHalves(FrameTopology& topology) {
+    const auto vertexCount = static_cast<int32_t>(topology.vertexCount);
+    const int32_t middle = vertexCount / 2;
+    topology.halves[0] = {0, middle, 0, 0};
+    topology.halves[1] = {middle, vertexCount, 0, 0};
+    bool seen[2] = {false, false};
+    for (size_t f = 0; f < topology.faceCount(); ++f)
+        for (int k = 0; k < 3; ++k) {
+            const int half = topology.corners[3 * f + k] >= middle ? 1 : 0;
+            FrameHalf& part = topology.halves[half];
+            if (!seen[half]) part.firstFace = f;
+            seen[half] = true;
+            part.endFace = f + 1;
+        }
+}
+
 }  // namespace
 
 simd::Level frameKernelLevel() {
@@ -96,6 +113,7 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
         built.dv2[f] = dv2;
         built.r[f] = static_cast<float>(1.0 / det);
     }
+    splitIntoHalves(built);
     topology = std::move(built);
     return std::nullopt;
 }
@@ -132,17 +150,25 @@ void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pic
 
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level) {
-    const size_t faceCount = topology.faceCount();
-    const kernels::FaceTables faces{topology.corners.data(),
-                                    topology.du1.data(),
-                                    topology.dv1.data(),
-                                    topology.du2.data(),
-                                    topology.dv2.data(),
-                                    topology.r.data(),
-                                    faceCount};
+    accumulateNormalSumsOf(topology, topology.whole(), positions, normalSums, level);
+}
+
+void accumulateNormalSumsOf(const FrameTopology& topology, const FrameHalf& part,
+                            const double* positions, double* normalSums, simd::Level level) {
+    const size_t first = part.firstFace;
+    const size_t faceCount = part.endFace - first;
+    const kernels::FaceTables faces{topology.corners.data() + 3 * first,
+                                    topology.du1.data() + first,
+                                    topology.dv1.data() + first,
+                                    topology.du2.data() + first,
+                                    topology.dv2.data() + first,
+                                    topology.r.data() + first,
+                                    faceCount,
+                                    part.firstVertex,
+                                    part.endVertex};
     // Every face adds its normal to its corners as it is computed, face after
     // face: each sum sees its faces in face order, from +0.
-    std::fill(normalSums, normalSums + 4 * topology.vertexCount, 0.0);
+    std::fill(normalSums + 4 * part.firstVertex, normalSums + 4 * part.endVertex, 0.0);
     const WidePasses* wide = widePasses(level);
     for (size_t f = wide ? wide->addFaceNormals(faces, positions, normalSums) : 0; f < faceCount;
          ++f)
@@ -151,10 +177,18 @@ void accumulateNormalSums(const FrameTopology& topology, const double* positions
 
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
                        float* out, simd::Level level) {
-    kernels::FrameOutput frames{normalSums, pick, count, {}};
-    for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count;
+    writeVertexFrameRange(normalSums, pick, count, 0, count, out, level);
+}
+
+void writeVertexFrameRange(const double* normalSums, const int32_t* pick, Eigen::Index count,
+                           Eigen::Index first, Eigen::Index end, float* out, simd::Level level) {
+    // The outputs [first, end) as an output of their own: its vertex j is
+    // output first + j, whose sum is at first + j when nothing is picked.
+    kernels::FrameOutput frames{pick ? normalSums : normalSums + 4 * first,
+                                pick ? pick + first : nullptr, end - first, {}};
+    for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count + first;
     const WidePasses* wide = widePasses(level);
-    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < count; ++j)
+    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < frames.count; ++j)
         kernels::vertexFrame(frames, j);
 }
 

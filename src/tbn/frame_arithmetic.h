@@ -29,6 +29,17 @@ constexpr int kFrameComponents = 9;
 /// is used as is (fixed engine: a degenerate UV triangle gives inf or NaN).
 enum class DeterminantGuard { none, epsilon };
 
+/// One of the two halves a call on two threads splits the vertices into:
+/// the vertices [firstVertex, endVertex) and the faces [firstFace, endFace),
+/// the shortest run of faces holding every face with a corner in the half
+/// (empty, 0 to 0, when no face has one).
+struct FrameHalf {
+    int32_t firstVertex = 0;
+    int32_t endVertex = 0;
+    size_t firstFace = 0;
+    size_t endFace = 0;
+};
+
 /// The faces of a template, validated against its vertex and uv counts and
 /// ready for the per-call pass: their vertices and everything that depends
 /// only on their texture coordinates, one array per quantity.
@@ -38,8 +49,16 @@ struct FrameTopology {
     std::vector<double> du2, dv2;  ///< uv[t1] - uv[t2], one per face
     std::vector<double> r;         ///< 1 / det rounded to float precision, one per face
     Eigen::Index vertexCount = 0;
+    /// Vertices [0, #V / 2) and [#V / 2, #V) with their faces; faces roughly
+    /// ordered by vertex make the two face runs meet at a narrow border.
+    FrameHalf halves[2];
 
     size_t faceCount() const { return r.size(); }
+
+    /// All vertices and all faces, the pass on one thread.
+    FrameHalf whole() const {
+        return {0, static_cast<int32_t>(vertexCount), 0, faceCount()};
+    }
 };
 
 /// The first face corner that does not name an existing vertex or texture
@@ -92,6 +111,18 @@ void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pic
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level = frameKernelLevel());
 
+/// The sums of the vertices of `part` alone: zeroes them, then runs the
+/// faces of `part` in face order, each adding its normal only to its corners
+/// in `part`. Every sum gets the same additions in the same order as from
+/// accumulateNormalSums, so the two halves of a topology, run on two
+/// threads, give its bits. Records outside `part` are neither read as sums
+/// nor written.
+/// part: topology.whole(), topology.halves[0] or topology.halves[1]
+/// (other arguments as accumulateNormalSums)
+void accumulateNormalSumsOf(const FrameTopology& topology, const FrameHalf& part,
+                            const double* positions, double* normalSums,
+                            simd::Level level = frameKernelLevel());
+
 /// The clamp applied to every emitted value: above 0.99 -> 1, below -0.99 ->
 /// -1, then magnitudes below 0.001 -> 0.
 inline double clampFrameValue(double v) {
@@ -111,5 +142,11 @@ inline double clampFrameValue(double v) {
 /// level:      must be available; every level gives the same bits
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
                        float* out, simd::Level level = frameKernelLevel());
+
+/// writeVertexFrames for output vertices [first, end) of `count` only;
+/// the rest of `out` is left as it is.
+void writeVertexFrameRange(const double* normalSums, const int32_t* pick, Eigen::Index count,
+                           Eigen::Index first, Eigen::Index end, float* out,
+                           simd::Level level = frameKernelLevel());
 
 }  // namespace kestrel::meridian
