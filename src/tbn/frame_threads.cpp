@@ -1,9 +1,27 @@
 #include "tbn/frame_threads.h"
 
-#include <atomic>
 #include <thread>
 
 namespace kestrel::meridian {
+
+namespace {
+
+// run(1) on a new thread and run(0) on this one. False, with nothing run,
+// when the thread cannot be started.
+template <typename Run>
+bool runOnTwoThreads(const Run& run) {
+    std::thread helper;
+    try {
+        helper = std::thread(run, 1);
+    } catch (...) {
+        return false;
+    }
+    run(0);
+    helper.join();
+    return true;
+}
+
+}  // namespace
 
 int frameThreadCount(size_t faceCount) {
     const bool twoCores = std::thread::hardware_concurrency() >= 2;
@@ -21,34 +39,29 @@ void computeFramesOnThreads(const FrameTopology& topology, const double* positio
         onOneThread();
         return;
     }
-    // Picked outputs read sums of either half: both face passes must be done
-    // before the frames, so the threads meet once (a few microseconds of
-    // spinning at most, as the halves take about as long). Unpicked outputs
-    // are the vertices themselves, and each thread writes its own.
-    std::atomic<int> halvesSummed{0};
-    const auto runHalf = [&](int half) {
+    // Unpicked outputs are the vertices themselves: each thread writes the
+    // frames of its own half as soon as its sums are done. Picked outputs
+    // read sums of either half, so both face passes end (a join, which waits
+    // without spinning when the machine is busy) before the outputs, split
+    // in two, get a second pair of threads.
+    const auto sumHalf = [&](int half) {
         const FrameHalf& part = topology.halves[half];
         accumulateNormalSumsOf(topology, part, positions, normalSums, level);
-        if (!pick) {
+        if (!pick)
             writeVertexFrameRange(normalSums, nullptr, count, part.firstVertex, part.endVertex,
                                   out, level);
-            return;
-        }
-        halvesSummed.fetch_add(1, std::memory_order_acq_rel);
-        while (halvesSummed.load(std::memory_order_acquire) < 2) std::this_thread::yield();
-        const Eigen::Index middle = count / 2;
+    };
+    const Eigen::Index middle = count / 2;
+    const auto writeOutputHalf = [&](int half) {
         writeVertexFrameRange(normalSums, pick, count, half == 0 ? 0 : middle,
                               half == 0 ? middle : count, out, level);
     };
-    std::thread helper;
-    try {
-        helper = std::thread(runHalf, 1);
-    } catch (...) {
+    if (!runOnTwoThreads(sumHalf)) {
         onOneThread();
         return;
     }
-    runHalf(0);
-    helper.join();
+    if (pick && !runOnTwoThreads(writeOutputHalf))
+        writeVertexFrames(normalSums, pick, count, out, level);
 }
 
 }  // namespace kestrel::meridian
