@@ -109,8 +109,8 @@ void BM_AI_get_TBN_engine(benchmark::State& state) {
                                           static_cast<unsigned>(toTavi.size()), error);
     } else {
         const meridian::demo::DemoHead& demo = meridian::demo::demoHead();
-        loaded = fixedEngine.load(demo.uvs, oneBased(demo.faces), oneBased(demo.uvFaces), "demo",
-                                  error);
+        loaded =
+            fixedEngine.load(demo.uvs, oneBased(demo.faces), oneBased(demo.uvFaces), "demo", error);
     }
     if (!loaded) {
         state.SkipWithError("engine failed to load");

@@ -536,7 +536,6 @@ TEST(TbnGeneralRemap, RejectsIndicesThatWouldReadOutOfRange) {
 // ---------------------------------------------------------------------------
 // The demo head and its model directory, through the C interface
 
-
 class TbnModel : public testing::Test {
   protected:
     static void SetUpTestSuite() {

@@ -184,8 +184,8 @@ void writeVertexFrameRange(const double* normalSums, const int32_t* pick, Eigen:
                            Eigen::Index first, Eigen::Index end, float* out, simd::Level level) {
     // The outputs [first, end) as an output of their own: its vertex j is
     // output first + j, whose sum is at first + j when nothing is picked.
-    kernels::FrameOutput frames{pick ? normalSums : normalSums + 4 * first,
-                                pick ? pick + first : nullptr, end - first, {}};
+    kernels::FrameOutput frames{
+        pick ? normalSums : normalSums + 4 * first, pick ? pick + first : nullptr, end - first, {}};
     for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count + first;
     const WidePasses* wide = widePasses(level);
     for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < frames.count; ++j)

@@ -56,9 +56,7 @@ struct FrameTopology {
     size_t faceCount() const { return r.size(); }
 
     /// All vertices and all faces, the pass on one thread.
-    FrameHalf whole() const {
-        return {0, static_cast<int32_t>(vertexCount), 0, faceCount()};
-    }
+    FrameHalf whole() const { return {0, static_cast<int32_t>(vertexCount), 0, faceCount()}; }
 };
 
 /// The first face corner that does not name an existing vertex or texture

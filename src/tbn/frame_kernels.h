@@ -21,11 +21,10 @@ struct FaceTables {
     const double* du2;
     const double* dv2;
     const double* r;
-    size_t count;  ///< #F
+    size_t count;         ///< #F
     int32_t firstVertex;  ///< first vertex whose sum this pass writes
     int32_t endVertex;    ///< one past the last
 };
-
 
 // Positions and normal sums are records of four doubles:
 // x y z of item i at 4i .. 4i + 2, and 4i + 3 zero, so that one item is one

@@ -124,8 +124,8 @@ void addToCorners(const FaceTables& t, double* sums, const int32_t* corners, typ
         static_assert(L::kLanes == 8);
         addToCorners(t, sums, corners, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
                      _mm512_castpd512_pd256(z));
-        addToCorners(t, sums, corners + 12, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
-                     _mm512_extractf64x4_pd(z, 1));
+        addToCorners(t, sums, corners + 12, _mm512_extractf64x4_pd(x, 1),
+                     _mm512_extractf64x4_pd(y, 1), _mm512_extractf64x4_pd(z, 1));
     }
 }
 

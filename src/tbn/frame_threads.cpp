@@ -29,8 +29,8 @@ int frameThreadCount(size_t faceCount) {
 }
 
 void computeFramesOnThreads(const FrameTopology& topology, const double* positions,
-                            double* normalSums, const int32_t* pick, Eigen::Index count,
-                            float* out, int threads, simd::Level level) {
+                            double* normalSums, const int32_t* pick, Eigen::Index count, float* out,
+                            int threads, simd::Level level) {
     const auto onOneThread = [&] {
         accumulateNormalSums(topology, positions, normalSums, level);
         writeVertexFrames(normalSums, pick, count, out, level);
@@ -48,8 +48,8 @@ void computeFramesOnThreads(const FrameTopology& topology, const double* positio
         const FrameHalf& part = topology.halves[half];
         accumulateNormalSumsOf(topology, part, positions, normalSums, level);
         if (!pick)
-            writeVertexFrameRange(normalSums, nullptr, count, part.firstVertex, part.endVertex,
-                                  out, level);
+            writeVertexFrameRange(normalSums, nullptr, count, part.firstVertex, part.endVertex, out,
+                                  level);
     };
     const Eigen::Index middle = count / 2;
     const auto writeOutputHalf = [&](int half) {

@@ -33,7 +33,7 @@ int frameThreadCount(size_t faceCount);
 ///             (then count is topology.vertexCount)
 /// out:        room for 9 * count floats, component k of output j at k * count + j
 void computeFramesOnThreads(const FrameTopology& topology, const double* positions,
-                            double* normalSums, const int32_t* pick, Eigen::Index count,
-                            float* out, int threads, simd::Level level = frameKernelLevel());
+                            double* normalSums, const int32_t* pick, Eigen::Index count, float* out,
+                            int threads, simd::Level level = frameKernelLevel());
 
 }  // namespace kestrel::meridian
