@@ -1,6 +1,8 @@
 // Tangent frames of the demo head: the two run calls through the C
-// interface, and the literal per-face computation they must match, on the
-// same input.
+// interface, the engines behind them at a forced thread count, and the
+// literal per-face computation they must match, on the same input. The calls
+// run on two threads: they report real time, and their process-CPU variants
+// show what both threads spend together.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -13,6 +15,7 @@
 #include "tbn/frame_arithmetic.h"
 #include "tbn/record_buffer.h"
 #include "tbn/tbn_engine_general.h"
+#include "tbn/tbn_engine_std.h"
 #include "tbn/tbn_literal_reference.h"
 
 namespace {
@@ -85,6 +88,44 @@ void BM_LiteralGeneral(benchmark::State& state) {
     }
 }
 
+// The engines behind the two calls at a forced thread count (arguments:
+// 0 fixed, 1 general; 1 or 2 threads), to show what the second thread buys.
+void BM_AI_get_TBN_engine(benchmark::State& state) {
+    using namespace kestrel::meridian;
+    const bool general = state.range(0) == 1;
+    const int threads = static_cast<int>(state.range(1));
+    state.SetLabel(std::string(general ? "general" : "fixed") + ", " + std::to_string(threads) +
+                   (threads == 1 ? " thread" : " threads"));
+    Error error;
+    TBNEngineStd fixedEngine;
+    TBNEngineGeneral generalEngine;
+    bool loaded = false;
+    if (general) {
+        std::vector<int> toHead, toTavi;
+        loaded = readTangentFrameIndexFile(tbnFile("idx_tavi2head.txt"), toHead, error) &&
+                 readTangentFrameIndexFile(tbnFile("idx_head2tavi.txt"), toTavi, error) &&
+                 generalEngine.initialise(tbnFile("head_split_uv.obj"), toHead.data(),
+                                          static_cast<unsigned>(toHead.size()), toTavi.data(),
+                                          static_cast<unsigned>(toTavi.size()), error);
+    } else {
+        const meridian::demo::DemoHead& demo = meridian::demo::demoHead();
+        loaded =
+            fixedEngine.load(demo.uvs, oneBased(demo.faces), oneBased(demo.uvFaces), "demo", error);
+    }
+    if (!loaded) {
+        state.SkipWithError("engine failed to load");
+        return;
+    }
+    std::vector<float> out(9 * kHead);
+    for (auto _ : state) {
+        if (general)
+            generalEngine.computeFrames(sampleHeadPlanar().data(), out.data(), threads);
+        else
+            fixedEngine.computeFrames(sampleHeadPlanar().data(), out.data(), threads);
+        benchmark::ClobberMemory();
+    }
+}
+
 // The fixed engine's two passes with each instruction set (argument: 0
 // scalar, 1 SSE2, 2 AVX, 3 AVX2, 4 AVX-512), to show what the run-time choice
 // buys.
@@ -116,10 +157,17 @@ void BM_FramePassesByKernel(benchmark::State& state) {
     }
 }
 
-BENCHMARK(BM_AI_get_TBN)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_AI_get_TBN)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_AI_get_TBN)->Unit(benchmark::kMicrosecond)->UseRealTime()->MeasureProcessCPUTime();
 BENCHMARK(BM_FramePassesByKernel)->DenseRange(0, 4)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_LiteralFixed)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_AI_get_TBN_g)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_AI_get_TBN_g)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_AI_get_TBN_g)->Unit(benchmark::kMicrosecond)->UseRealTime()->MeasureProcessCPUTime();
 BENCHMARK(BM_LiteralGeneral)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_AI_get_TBN_engine)
+    ->ArgsProduct({{0, 1}, {1, 2}})
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 
 }  // namespace

@@ -268,6 +268,36 @@ TEST_F(ModernApi, BadRunArgumentsAreRefusedWithAMessageAndNothingWritten) {
     meridian_eyeball_fit_close(fit);
 }
 
+TEST_F(ModernApi, TangentFramesAreTheSameBitsOnOneThreadAndTwo) {
+    const std::vector<float> head = planar(meridian::demo::sampleHead());
+    for (const bool general : {false, true}) {
+        SCOPED_TRACE(general ? "general engine" : "fixed engine");
+        meridian_tangent_frames* frames = general ? meridian_tangent_frames_open_general_files(
+                                                        tbnFile("head_split_uv.obj").c_str(),
+                                                        tbnFile("idx_tavi2head.txt").c_str(),
+                                                        tbnFile("idx_head2tavi.txt").c_str())
+                                                  : meridian_tangent_frames_open(model().c_str());
+        ASSERT_NE(frames, nullptr) << meridian_open_error();
+        const size_t count = 9 * meridian_tangent_frames_output_vertex_count(frames);
+        std::vector<std::string> results;
+        for (const unsigned threads : {1u, 2u, 0u}) {
+            ASSERT_EQ(meridian_tangent_frames_set_thread_count(frames, threads), MERIDIAN_OK);
+            std::vector<float> out(count);
+            ASSERT_EQ(meridian_tangent_frames_run(frames, head.data(), head.size(), out.data(),
+                                                  out.size()),
+                      MERIDIAN_OK);
+            results.push_back(bytesOf(out));
+        }
+        EXPECT_EQ(results[1], results[0]);
+        EXPECT_EQ(results[2], results[0]);
+        // Three threads are refused and the count stays.
+        EXPECT_EQ(meridian_tangent_frames_set_thread_count(frames, 3), MERIDIAN_INVALID_ARGUMENT);
+        EXPECT_STREQ(meridian_tangent_frames_last_error(frames), "threads: 0, 1 or 2, not 3");
+        meridian_tangent_frames_close(frames);
+    }
+    EXPECT_EQ(meridian_tangent_frames_set_thread_count(nullptr, 1), MERIDIAN_NOT_LOADED);
+}
+
 }  // namespace
 
 #if defined(MERIDIAN_CLI_PATH)  // the tool, and the asset builder with it

@@ -22,6 +22,7 @@
 #include "io/planar.h"
 #include "meridian/meridian.h"
 #include "tbn/frame_arithmetic.h"
+#include "tbn/frame_threads.h"
 #include "tbn/tbn_engine_general.h"
 #include "tbn/tbn_engine_std.h"
 #include "tbn/tbn_literal_reference.h"
@@ -100,10 +101,10 @@ bool sameBits(const A& a, const B& b) {
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
 }
 
-// The single pass with every kernel this machine runs, against the literal
-// computation: the normal sums against rows 6-8 of its accumulator in double
-// (a difference in the last bit shows here even when the float output hides
-// it), and the frames in float.
+// The single pass with every kernel this machine runs, on one thread and on
+// two, against the literal computation: the normal sums against rows 6-8 of
+// its accumulator in double (a difference in the last bit shows here even
+// when the float output hides it), and the frames in float.
 bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen::MatrixXd& uv,
                                    const Eigen::MatrixXd& faces, const Eigen::MatrixXd& uvFaces,
                                    bool guardDeterminant) {
@@ -138,21 +139,30 @@ bool matchesLiteralWithEveryKernel(const Eigen::MatrixXd& positions, const Eigen
     bool same = true;
     for (const km::simd::Level level : km::simd::kLevels) {
         if (!km::simd::levelAvailable(level)) continue;
-        // NaN-filled, so a record the passes leave unwritten shows.
-        std::vector<double> sums(4 * n, std::numeric_limits<double>::quiet_NaN());
-        std::vector<float> frames(9 * n), pickedFrames(9 * pick.size());
-        km::accumulateNormalSums(topology, records.data(), sums.data(), level);
-        km::writeVertexFrames(sums.data(), nullptr, n, frames.data(), level);
-        km::writeVertexFrames(sums.data(), pick.data(), picked, pickedFrames.data(), level);
-        const bool sameSums =
-            std::memcmp(sums.data(), literalSums.data(), sums.size() * sizeof(double)) == 0;
-        const char* fault = !sameSums                                ? ": normal sums differ"
-                            : !sameBits(frames, literalFrames)       ? ": frames differ"
-                            : !sameBits(pickedFrames, literalPicked) ? ": picked frames differ"
-                                                                     : nullptr;
-        if (fault) {
-            ADD_FAILURE() << km::simd::levelName(level) << fault;
-            same = false;
+        for (const int threads : {1, 2}) {
+            // NaN-filled, so a record or a frame the passes leave unwritten
+            // shows.
+            const double nan = std::numeric_limits<double>::quiet_NaN();
+            std::vector<double> sums(4 * n, nan), pickedSums(4 * n, nan);
+            std::vector<float> frames(9 * n, NAN), pickedFrames(9 * pick.size(), NAN);
+            km::computeFramesOnThreads(topology, km::FramePositions{records.data()}, sums.data(),
+                                       nullptr, n, frames.data(), threads, level);
+            km::computeFramesOnThreads(topology, km::FramePositions{records.data()},
+                                       pickedSums.data(), pick.data(), picked, pickedFrames.data(),
+                                       threads, level);
+            const auto sameSums = [&](const std::vector<double>& got) {
+                return std::memcmp(got.data(), literalSums.data(), got.size() * sizeof(double)) ==
+                       0;
+            };
+            const char* fault = !sameSums(sums) || !sameSums(pickedSums) ? ": normal sums differ"
+                                : !sameBits(frames, literalFrames)       ? ": frames differ"
+                                : !sameBits(pickedFrames, literalPicked) ? ": picked frames differ"
+                                                                         : nullptr;
+            if (fault) {
+                ADD_FAILURE() << km::simd::levelName(level) << ", " << threads << " thread(s)"
+                              << fault;
+                same = false;
+            }
         }
     }
     return same;
@@ -361,6 +371,92 @@ TEST(TbnLiteralAgreement, GeneralEngineMatchesBitForBit) {
                                               oneBased(mesh.uvFaces), true));
 }
 
+TestMesh demoMesh() {
+    const meridian::demo::DemoHead& demo = meridian::demo::demoHead();
+    return TestMesh{demo.vertices, demo.uvs, demo.faces, demo.uvFaces};
+}
+
+// ---------------------------------------------------------------------------
+// Two threads, each summing the normals of its own half of the vertices
+
+// `mesh` with its faces (and their texture faces) in the order `order`.
+TestMesh withFaceOrder(TestMesh mesh, const std::vector<int>& order) {
+    const TestMesh original = mesh;
+    for (size_t f = 0; f < order.size(); ++f) {
+        mesh.faces.col(static_cast<Eigen::Index>(f)) = original.faces.col(order[f]);
+        mesh.uvFaces.col(static_cast<Eigen::Index>(f)) = original.uvFaces.col(order[f]);
+    }
+    return mesh;
+}
+
+// `mesh` followed (or preceded) by as many unused vertices: its faces then
+// all lie in one half of the vertices.
+TestMesh withUnusedHalf(TestMesh mesh, bool unusedFirst) {
+    const Eigen::Index n = mesh.positions.cols();
+    const Eigen::Matrix3Xd used = mesh.positions;
+    mesh.positions.resize(3, 2 * n);
+    mesh.positions << used, used;
+    if (unusedFirst) mesh.faces.array() += static_cast<int>(n);
+    return mesh;
+}
+
+// Meshes whose faces meet the split between the two halves in every way
+// that could change a sum: each must give the bits of one thread.
+struct SplitCase {
+    const char* name;
+    TestMesh mesh;
+};
+
+std::vector<SplitCase> splitCases() {
+    std::vector<SplitCase> cases;
+    cases.push_back({"demo template", demoMesh()});
+    // Border faces far apart, in no order: most faces are in both halves.
+    const TestMesh grid = wavyGrid(50, 21);
+    std::vector<int> shuffled = identity(static_cast<int>(grid.faces.cols()));
+    std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(9));
+    cases.push_back({"shuffled faces", withFaceOrder(grid, shuffled)});
+    // Faces in reverse vertex order: the upper half's faces come first.
+    std::vector<int> reversed = identity(static_cast<int>(grid.faces.cols()));
+    std::reverse(reversed.begin(), reversed.end());
+    cases.push_back({"reversed faces", withFaceOrder(grid, reversed)});
+    // Half of the vertices unused (an odd vertex count: 2 * 1681), first or
+    // last: the split moves to even out the faces.
+    cases.push_back({"faces in the lower half only", withUnusedHalf(wavyGrid(41, 22), false)});
+    cases.push_back({"faces in the upper half only", withUnusedHalf(wavyGrid(41, 22), true)});
+    // Far below the size that starts a second thread; fewer faces than any
+    // vector holds.
+    cases.push_back({"two faces", wavyGrid(2, 23)});
+    cases.push_back({"eight faces", wavyGrid(3, 24)});
+    // A vertex of each half used by faces at both ends of the face list:
+    // fans around vertex 0 and the last vertex, half of each fan first and
+    // half last, so both halves have faces at both ends of the face list.
+    TestMesh fans = wavyGrid(40, 25);
+    const int n = static_cast<int>(fans.positions.cols()), gridFaces = fans.faces.cols();
+    constexpr int kFanFaces = 24;
+    Eigen::Matrix3Xi faces(3, gridFaces + 2 * kFanFaces);
+    for (int k = 0; k < kFanFaces; ++k) {
+        const int column = k < kFanFaces / 2 ? k : gridFaces + kFanFaces / 2 + k;
+        faces.col(column) << 0, n - 1 - k, n - 2 - k;
+        faces.col(column + kFanFaces / 2) << n - 1, 1 + k, 2 + k;
+    }
+    faces.middleCols(kFanFaces, gridFaces) = fans.faces;
+    fans.faces = faces;
+    fans.uvFaces = faces;
+    cases.push_back({"vertices shared by the first and the last faces", fans});
+    return cases;
+}
+
+TEST(TbnTwoThreads, EveryHalfSplitGivesTheBitsOfOneThread) {
+    for (const SplitCase& split : splitCases()) {
+        SCOPED_TRACE(split.name);
+        for (const bool guard : {false, true})
+            EXPECT_TRUE(matchesLiteralWithEveryKernel(split.mesh.positions, split.mesh.uv,
+                                                      oneBased(split.mesh.faces),
+                                                      oneBased(split.mesh.uvFaces), guard))
+                << (guard ? "general engine's guard" : "fixed engine's arithmetic");
+    }
+}
+
 // ---------------------------------------------------------------------------
 // General engine: gather, remap and the checks before them
 
@@ -440,11 +536,6 @@ TEST(TbnGeneralRemap, RejectsIndicesThatWouldReadOutOfRange) {
 
 // ---------------------------------------------------------------------------
 // The demo head and its model directory, through the C interface
-
-TestMesh demoMesh() {
-    const meridian::demo::DemoHead& demo = meridian::demo::demoHead();
-    return TestMesh{demo.vertices, demo.uvs, demo.faces, demo.uvFaces};
-}
 
 class TbnModel : public testing::Test {
   protected:
@@ -599,6 +690,34 @@ TEST_F(TbnModel, GeneralEngineOnTheSplitTemplate) {
     EXPECT_EQ(list, (std::vector<int>{3, 1, 4, 1}));
     ASSERT_TRUE(km::readTangentFrameIndexFile(dir.write("b.txt", "7 end 5"), list, error));
     EXPECT_EQ(list, std::vector<int>{7});
+}
+
+TEST_F(TbnModel, BothEnginesGiveTheLiteralBitsOnOneThreadAndOnTwo) {
+    const TestMesh mesh = demoMesh();
+    TBNEngineStd fixed;
+    km::Error error;
+    ASSERT_TRUE(fixed.load(mesh.uv, oneBased(mesh.faces), oneBased(mesh.uvFaces), "demo", error));
+    std::vector<int> toHead, toTavi;
+    ASSERT_TRUE(km::readTangentFrameIndexFile(file("idx_tavi2head.txt"), toHead, error));
+    ASSERT_TRUE(km::readTangentFrameIndexFile(file("idx_head2tavi.txt"), toTavi, error));
+    const std::string obj = file("head_split_uv.obj");
+    TBNEngineGeneral general;
+    ASSERT_TRUE(general.initialise(obj, toHead.data(), static_cast<unsigned>(toHead.size()),
+                                   toTavi.data(), static_cast<unsigned>(toTavi.size()), error));
+    const km::ObjMeshData split = km::readObj(obj);
+    const std::vector<float> literalFixed = literalFixedFrames(mesh, sample_);
+    const std::vector<float> literalGeneral = km::literal::generalEngineFrames(
+        sample_.data(), split.texcoords, split.faces, split.textureFaces, toHead, toTavi);
+    // 0: as many threads as the call is worth on this machine.
+    for (const int threads : {1, 2, 0}) {
+        SCOPED_TRACE(threads);
+        std::vector<float> out(9 * kHead, NAN);
+        fixed.computeFrames(sample_.data(), out.data(), threads);
+        EXPECT_TRUE(sameBits(out, literalFixed));
+        std::fill(out.begin(), out.end(), NAN);
+        general.computeFrames(sample_.data(), out.data(), threads);
+        EXPECT_TRUE(sameBits(out, literalGeneral));
+    }
 }
 
 TEST_F(TbnModel, GeneralEngineFailuresAndHandles) {

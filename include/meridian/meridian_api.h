@@ -290,6 +290,22 @@ MERIDIAN_MODERN_API size_t
 meridian_tangent_frames_output_vertex_count(const meridian_tangent_frames* frames);
 
 /**
+ * Threads one run uses. By default a run on a template of 4096 faces or more
+ * is split over two threads on a processor with two cores or more: the
+ * caller's and a second one the library keeps between runs (shared by every
+ * handle; a run that finds it busy uses the caller's thread alone). The
+ * results are the same bits for any number. On Windows runs always use the
+ * caller's thread alone.
+ * @param frames   the handle
+ * @param threads  1 for a batch worker (the caller's thread only), 2, or 0
+ *                 for the default
+ * @return MERIDIAN_OK; MERIDIAN_NOT_LOADED for a NULL handle;
+ *         MERIDIAN_INVALID_ARGUMENT above 2 (the handle keeps its count)
+ */
+MERIDIAN_MODERN_API meridian_status
+meridian_tangent_frames_set_thread_count(meridian_tangent_frames* frames, unsigned threads);
+
+/**
  * Tangent frames of one head.
  * @param head         3 x 20481 floats, coordinate r of vertex j at r*20481 + j
  * @param head_count   3 * 20481

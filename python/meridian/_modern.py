@@ -89,6 +89,7 @@ def _declare(api):
         "meridian_tangent_frames_open_general_files": (handle, [text, text, text]),
         "meridian_tangent_frames_close": (None, [handle]),
         "meridian_tangent_frames_output_vertex_count": (size, [handle]),
+        "meridian_tangent_frames_set_thread_count": (status, [handle, ctypes.c_uint]),
         "meridian_tangent_frames_run": run,
         "meridian_tangent_frames_last_error": (text, [handle]),
         "meridian_eye_aligner_open_eyeball": (handle, [text]),

@@ -22,6 +22,17 @@ def _frames(planar, count):
 class _FrameEngine(Handle):
     _kind = "tangent_frames"
 
+    def set_threads(self, threads):
+        """Threads a call uses: 1 (the caller's alone, as a batch worker
+        wants), 2, or 0 for the default (two on a machine with two cores or
+        more, for templates of 4096 faces or more). The frames are the same
+        bits for any number."""
+        if threads not in (0, 1, 2):
+            raise ValueError(f"threads is 0, 1 or 2, got {threads}")
+        with _library.lock:
+            self._require_open()
+            self._check(self._api("set_thread_count")(self._handle, threads), "threads")
+
     def frames(self, head):
         """Frames of the output vertices of a (20481, 3) head."""
         planar = head_planar(head)

@@ -53,6 +53,12 @@ def general_from_files(model):
 def test_tangent_frames_match_the_c_interface(model, head, reference, open_engine, output):
     with open_engine(model) as engine:
         frames = engine.frames(head)
+        # The same bits on the caller's thread alone and on two.
+        for threads in (1, 2):
+            engine.set_threads(threads)
+            assert same_bits(planar(*engine.frames(head)), reference[output])
+        with pytest.raises(ValueError):
+            engine.set_threads(3)
     assert same_bits(planar(*frames), reference[output])
     # Known parts of the convention: the tangent is (1, 0, 0), normals are unit.
     assert np.all(frames.tangent == np.array([1, 0, 0], dtype=np.float32))

@@ -14,6 +14,7 @@ struct meridian_tangent_frames {
     std::unique_ptr<TBNEngineStd> fixed;  ///< set for the fixed engine
     TBNEngineGeneral general;             ///< used when `fixed` is null
     LastError lastError;
+    int threads = 0;  ///< 1 or 2, or 0 for frameThreadCount
 
     size_t outputVertexCount() const {
         return static_cast<size_t>(fixed ? TBNEngineStd::kHeadVertexCount
@@ -86,6 +87,17 @@ meridian_tangent_frames_output_vertex_count(const meridian_tangent_frames* frame
 }
 
 extern "C" MERIDIAN_MODERN_API meridian_status
+meridian_tangent_frames_set_thread_count(meridian_tangent_frames* frames, unsigned threads) {
+    return runCall(frames, [&]() -> Error {
+        if (threads > 2)
+            return {ErrorCode::invalidArgument, "",
+                    "threads: 0, 1 or 2, not " + std::to_string(threads)};
+        frames->threads = static_cast<int>(threads);
+        return {};
+    });
+}
+
+extern "C" MERIDIAN_MODERN_API meridian_status
 meridian_tangent_frames_run(meridian_tangent_frames* frames, const float* head, size_t head_count,
                             float* out, size_t out_count) {
     return runCall(frames, [&]() -> Error {
@@ -94,9 +106,9 @@ meridian_tangent_frames_run(meridian_tangent_frames* frames, const float* head, 
                 checkOutput(out, out_count, 9 * frames->outputVertexCount(), "the output"))
             return error;
         if (frames->fixed)
-            frames->fixed->computeFrames(head, out);
+            frames->fixed->computeFrames(head, out, frames->threads);
         else
-            frames->general.computeFrames(head, out);
+            frames->general.computeFrames(head, out, frames->threads);
         return {};
     });
 }

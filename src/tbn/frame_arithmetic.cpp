@@ -54,6 +54,75 @@ const WidePasses* widePasses(simd::Level level) {
     return nullptr;
 }
 
+// The faces touching each side of a split at vertex `middle`: how many
+// faces the busier of the two threads would run.
+size_t busierSide(const std::vector<int32_t>& corners, int32_t middle) {
+    size_t count[2] = {0, 0};
+    for (size_t f = 0; f + 3 <= corners.size(); f += 3) {
+        bool touches[2] = {false, false};
+        for (int k = 0; k < 3; ++k) touches[corners[f + k] >= middle ? 1 : 0] = true;
+        count[0] += touches[0];
+        count[1] += touches[1];
+    }
+    return std::max(count[0], count[1]);
+}
+
+// Sets topology.halves: the split vertex that evens out the faces of the
+// two sides best among a few candidates around the middle, and each side's
+// faces copied out in face order.
+void splitIntoHalves(FrameTopology& topology) {
+    const auto vertexCount = static_cast<int32_t>(topology.vertexCount);
+    int32_t middle = vertexCount / 2;
+    size_t best = busierSide(topology.corners, middle);
+    for (int k = 8; k <= 24; ++k) {
+        const auto candidate = static_cast<int32_t>(int64_t{vertexCount} * k / 32);
+        const size_t busier = busierSide(topology.corners, candidate);
+        if (busier < best) {
+            best = busier;
+            middle = candidate;
+        }
+    }
+    topology.halves[0] = FrameHalf{};
+    topology.halves[1] = FrameHalf{};
+    topology.halves[0].endVertex = middle;
+    topology.halves[1].firstVertex = middle;
+    topology.halves[1].endVertex = vertexCount;
+    for (size_t f = 0; f < topology.faceCount(); ++f) {
+        bool touches[2] = {false, false};
+        for (int k = 0; k < 3; ++k) touches[topology.corners[3 * f + k] >= middle ? 1 : 0] = true;
+        for (int side = 0; side < 2; ++side) {
+            if (!touches[side]) continue;
+            FrameHalf& half = topology.halves[side];
+            for (int k = 0; k < 3; ++k) {
+                const int32_t vertex = topology.corners[3 * f + k];
+                const bool first = half.corners.empty() && k == 0;
+                half.firstCorner = first ? vertex : std::min(half.firstCorner, vertex);
+                half.endCorner = first ? vertex + 1 : std::max(half.endCorner, vertex + 1);
+            }
+            half.corners.insert(half.corners.end(), topology.corners.begin() + 3 * f,
+                                topology.corners.begin() + 3 * f + 3);
+            half.du1.push_back(topology.du1[f]);
+            half.dv1.push_back(topology.dv1[f]);
+            half.du2.push_back(topology.du2[f]);
+            half.dv2.push_back(topology.dv2[f]);
+            half.r.push_back(topology.r[f]);
+        }
+    }
+}
+
+// Zeroes the sums of vertices [first, end), then adds the normals of
+// `faces` to those of their corners in the range, face after face: each
+// sum sees its faces in face order, from +0.
+void accumulate(const kernels::FaceTables& faces, const double* positions, double* normalSums,
+                simd::Level level) {
+    std::fill(normalSums + 4 * static_cast<size_t>(faces.firstVertex),
+              normalSums + 4 * static_cast<size_t>(faces.endVertex), 0.0);
+    const WidePasses* wide = widePasses(level);
+    for (size_t f = wide ? wide->addFaceNormals(faces, positions, normalSums) : 0; f < faces.count;
+         ++f)
+        kernels::addFaceNormal(faces, f, positions, normalSums);
+}
+
 }  // namespace
 
 simd::Level frameKernelLevel() {
@@ -96,6 +165,7 @@ std::optional<BadFaceCorner> buildFrameTopology(const Eigen::MatrixXd& faces,
         built.dv2[f] = dv2;
         built.r[f] = static_cast<float>(1.0 / det);
     }
+    splitIntoHalves(built);
     topology = std::move(built);
     return std::nullopt;
 }
@@ -132,29 +202,34 @@ void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pic
 
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level) {
-    const size_t faceCount = topology.faceCount();
-    const kernels::FaceTables faces{topology.corners.data(),
-                                    topology.du1.data(),
-                                    topology.dv1.data(),
-                                    topology.du2.data(),
-                                    topology.dv2.data(),
-                                    topology.r.data(),
-                                    faceCount};
-    // Every face adds its normal to its corners as it is computed, face after
-    // face: each sum sees its faces in face order, from +0.
-    std::fill(normalSums, normalSums + 4 * topology.vertexCount, 0.0);
-    const WidePasses* wide = widePasses(level);
-    for (size_t f = wide ? wide->addFaceNormals(faces, positions, normalSums) : 0; f < faceCount;
-         ++f)
-        kernels::addFaceNormal(faces, f, positions, normalSums);
+    accumulate({topology.corners.data(), topology.du1.data(), topology.dv1.data(),
+                topology.du2.data(), topology.dv2.data(), topology.r.data(), topology.faceCount(),
+                0, static_cast<int32_t>(topology.vertexCount)},
+               positions, normalSums, level);
+}
+
+void accumulateNormalSumsOf(const FrameTopology& topology, int half, const double* positions,
+                            double* normalSums, simd::Level level) {
+    const FrameHalf& part = topology.halves[half];
+    accumulate({part.corners.data(), part.du1.data(), part.dv1.data(), part.du2.data(),
+                part.dv2.data(), part.r.data(), part.faceCount(), part.firstVertex, part.endVertex},
+               positions, normalSums, level);
 }
 
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
                        float* out, simd::Level level) {
-    kernels::FrameOutput frames{normalSums, pick, count, {}};
-    for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count;
+    writeVertexFrameRange(normalSums, pick, count, 0, count, out, level);
+}
+
+void writeVertexFrameRange(const double* normalSums, const int32_t* pick, Eigen::Index count,
+                           Eigen::Index first, Eigen::Index end, float* out, simd::Level level) {
+    // The outputs [first, end) as an output of their own: its vertex j is
+    // output first + j, whose sum is at first + j when nothing is picked.
+    kernels::FrameOutput frames{
+        pick ? normalSums : normalSums + 4 * first, pick ? pick + first : nullptr, end - first, {}};
+    for (int k = 0; k < kFrameComponents; ++k) frames.rows[k] = out + k * count + first;
     const WidePasses* wide = widePasses(level);
-    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < count; ++j)
+    for (ptrdiff_t j = wide ? wide->vertexFrames(frames) : 0; j < frames.count; ++j)
         kernels::vertexFrame(frames, j);
 }
 

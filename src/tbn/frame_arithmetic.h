@@ -29,6 +29,21 @@ constexpr int kFrameComponents = 9;
 /// is used as is (fixed engine: a degenerate UV triangle gives inf or NaN).
 enum class DeterminantGuard { none, epsilon };
 
+/// The faces one of two threads runs: those with a corner among the
+/// vertices [firstVertex, endVertex), in face order, with their per-face
+/// tables (as in FrameTopology). Faces with corners in both halves are in
+/// both.
+struct FrameHalf {
+    int32_t firstVertex = 0;
+    int32_t endVertex = 0;
+    int32_t firstCorner = 0;  ///< the lowest vertex the half's faces name
+    int32_t endCorner = 0;    ///< one past the highest (0 and 0 when no faces)
+    std::vector<int32_t> corners;
+    std::vector<double> du1, dv1, du2, dv2, r;
+
+    size_t faceCount() const { return r.size(); }
+};
+
 /// The faces of a template, validated against its vertex and uv counts and
 /// ready for the per-call pass: their vertices and everything that depends
 /// only on their texture coordinates, one array per quantity.
@@ -38,6 +53,9 @@ struct FrameTopology {
     std::vector<double> du2, dv2;  ///< uv[t1] - uv[t2], one per face
     std::vector<double> r;         ///< 1 / det rounded to float precision, one per face
     Eigen::Index vertexCount = 0;
+    /// Vertices [0, m) and [m, #V) with their faces, m chosen so that the
+    /// two threads get about as many faces each.
+    FrameHalf halves[2];
 
     size_t faceCount() const { return r.size(); }
 };
@@ -92,6 +110,16 @@ void widenToRecords(const float* planar, Eigen::Index stride, const int32_t* pic
 void accumulateNormalSums(const FrameTopology& topology, const double* positions,
                           double* normalSums, simd::Level level = frameKernelLevel());
 
+/// The sums of the vertices of topology.halves[half] alone: zeroes them,
+/// then runs the half's faces in face order, each adding its normal only to
+/// its corners in the half. Every sum gets the same additions in the same
+/// order as from accumulateNormalSums, so the two halves, run on two
+/// threads, give its bits. Records outside the half are neither read as sums
+/// nor written.
+/// half: 0 or 1 (other arguments as accumulateNormalSums)
+void accumulateNormalSumsOf(const FrameTopology& topology, int half, const double* positions,
+                            double* normalSums, simd::Level level = frameKernelLevel());
+
 /// The clamp applied to every emitted value: above 0.99 -> 1, below -0.99 ->
 /// -1, then magnitudes below 0.001 -> 0.
 inline double clampFrameValue(double v) {
@@ -111,5 +139,11 @@ inline double clampFrameValue(double v) {
 /// level:      must be available; every level gives the same bits
 void writeVertexFrames(const double* normalSums, const int32_t* pick, Eigen::Index count,
                        float* out, simd::Level level = frameKernelLevel());
+
+/// writeVertexFrames for output vertices [first, end) of `count` only;
+/// the rest of `out` is left as it is.
+void writeVertexFrameRange(const double* normalSums, const int32_t* pick, Eigen::Index count,
+                           Eigen::Index first, Eigen::Index end, float* out,
+                           simd::Level level = frameKernelLevel());
 
 }  // namespace kestrel::meridian

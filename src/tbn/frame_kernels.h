@@ -10,7 +10,10 @@
 
 namespace kestrel::meridian::kernels {
 
-/// What the face pass reads of a FrameTopology, #F faces.
+/// What the face pass reads of a FrameTopology, #F faces, and which sums it
+/// may write: a face adds its normal only to the corners whose vertex lies in
+/// [firstVertex, endVertex), so that two threads can each own half of the
+/// sums and still run the faces they share.
 struct FaceTables {
     const int32_t* corners;  ///< 3 * #F: vertices of face f at 3f .. 3f + 2
     const double* du1;       ///< #F values each, as in FrameTopology
@@ -18,7 +21,9 @@ struct FaceTables {
     const double* du2;
     const double* dv2;
     const double* r;
-    size_t count;  ///< #F
+    size_t count;         ///< #F
+    int32_t firstVertex;  ///< first vertex whose sum this pass writes
+    int32_t endVertex;    ///< one past the last
 };
 
 // Positions and normal sums are records of four doubles:
@@ -33,8 +38,8 @@ struct FrameOutput {
     float* rows[9];  ///< rows of the planar 9 by count output
 };
 
-/// Adds the unit normal T x B of face f to the records of its three
-/// corners in `sums` (x y z; the fourth value gets +0).
+/// Adds the unit normal T x B of face f to the records of those of its three
+/// corners that the pass owns (x y z; the fourth value gets +0).
 /// positions: records of #V vertices; sums: records of #V vertices.
 void addFaceNormal(const FaceTables& faces, size_t f, const double* positions, double* sums);
 

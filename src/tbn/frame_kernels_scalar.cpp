@@ -42,6 +42,7 @@ void addFaceNormal(const FaceTables& topology, size_t f, const double* positions
     const double nl = std::max(std::sqrt(nx * nx + ny * ny + nz * nz), kFrameEpsilon);
     const double x = nx / nl, y = ny / nl, z = nz / nl;
     for (int k = 0; k < 3; ++k) {
+        if (corner[k] < topology.firstVertex || corner[k] >= topology.endVertex) continue;
         double* sum = sums + 4 * corner[k];
         sum[0] += x;
         sum[1] += y;

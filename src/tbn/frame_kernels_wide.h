@@ -17,6 +17,11 @@ namespace {
 using kestrel::meridian::kernels::FaceTables;
 using kestrel::meridian::kernels::FrameOutput;
 
+// Whether the pass writes the sum of `vertex` (see FaceTables).
+inline bool ownsVertex(const FaceTables& t, int32_t vertex) {
+    return vertex >= t.firstVertex && vertex < t.endVertex;
+}
+
 // Smallest length divided by (kFrameEpsilon of frame_arithmetic.h).
 constexpr double kLengthFloor = 2.220446049250313e-16;
 
@@ -55,8 +60,9 @@ inline void transposeRecords(const double* r0, const double* r1, const double* r
 }
 
 // Adds lane k of x, y and z (a zero fourth value) to the records of the
-// corners of face k, k = 0 .. 3 in that order, corners in their order.
-inline void addToCorners(double* sums, const int32_t* corners, __m256d x, __m256d y, __m256d z) {
+// owned corners of face k, k = 0 .. 3 in that order, corners in their order.
+inline void addToCorners(const FaceTables& t, double* sums, const int32_t* corners, __m256d x,
+                         __m256d y, __m256d z) {
     const __m256d xy02 = _mm256_unpacklo_pd(x, y), xy13 = _mm256_unpackhi_pd(x, y);
     const __m256d zw02 = _mm256_unpacklo_pd(z, _mm256_setzero_pd());
     const __m256d zw13 = _mm256_unpackhi_pd(z, _mm256_setzero_pd());
@@ -65,7 +71,9 @@ inline void addToCorners(double* sums, const int32_t* corners, __m256d x, __m256
         _mm256_permute2f128_pd(xy02, zw02, 0x31), _mm256_permute2f128_pd(xy13, zw13, 0x31)};
     for (int k = 0; k < 4; ++k)
         for (int corner = 0; corner < 3; ++corner) {
-            double* sum = sums + 4 * corners[3 * k + corner];
+            const int32_t vertex = corners[3 * k + corner];
+            if (!ownsVertex(t, vertex)) continue;
+            double* sum = sums + 4 * vertex;
             _mm256_storeu_pd(sum, _mm256_add_pd(_mm256_loadu_pd(sum), face[k]));
         }
 }
@@ -94,17 +102,19 @@ void loadRecords(At at, typename L::Vector& x, typename L::Vector& y, typename L
 }
 
 // Adds lane k of x, y and z (a zero fourth value) to the records of the
-// corners of face k, lane by lane in order, corners in their order.
+// owned corners of face k, lane by lane in order, corners in their order.
 template <typename L>
-void addToCorners(double* sums, const int32_t* corners, typename L::Vector x, typename L::Vector y,
-                  typename L::Vector z) {
+void addToCorners(const FaceTables& t, double* sums, const int32_t* corners, typename L::Vector x,
+                  typename L::Vector y, typename L::Vector z) {
     if constexpr (L::kLanes == 2) {
         const __m128d xy[2] = {_mm_unpacklo_pd(x, y), _mm_unpackhi_pd(x, y)};
         const __m128d zw[2] = {_mm_unpacklo_pd(z, _mm_setzero_pd()),
                                _mm_unpackhi_pd(z, _mm_setzero_pd())};
         for (int k = 0; k < 2; ++k)
             for (int corner = 0; corner < 3; ++corner) {
-                double* sum = sums + 4 * corners[3 * k + corner];
+                const int32_t vertex = corners[3 * k + corner];
+                if (!ownsVertex(t, vertex)) continue;
+                double* sum = sums + 4 * vertex;
                 _mm_storeu_pd(sum, _mm_add_pd(_mm_loadu_pd(sum), xy[k]));
                 _mm_storeu_pd(sum + 2, _mm_add_pd(_mm_loadu_pd(sum + 2), zw[k]));
             }
@@ -114,16 +124,16 @@ void addToCorners(double* sums, const int32_t* corners, typename L::Vector x, ty
     // helpers and intrinsics do not exist below AVX (AVX-512).
 #if defined(__AVX__)
     else if constexpr (L::kLanes == 4) {
-        addToCorners(sums, corners, x, y, z);
+        addToCorners(t, sums, corners, x, y, z);
     }
 #endif
 #if defined(__AVX512F__)
     else {
         static_assert(L::kLanes == 8);
-        addToCorners(sums, corners, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
+        addToCorners(t, sums, corners, _mm512_castpd512_pd256(x), _mm512_castpd512_pd256(y),
                      _mm512_castpd512_pd256(z));
-        addToCorners(sums, corners + 12, _mm512_extractf64x4_pd(x, 1), _mm512_extractf64x4_pd(y, 1),
-                     _mm512_extractf64x4_pd(z, 1));
+        addToCorners(t, sums, corners + 12, _mm512_extractf64x4_pd(x, 1),
+                     _mm512_extractf64x4_pd(y, 1), _mm512_extractf64x4_pd(z, 1));
     }
 #endif
 }
@@ -167,7 +177,7 @@ size_t addFaceNormalsWide(const FaceTables& t, const double* positions, double* 
         const V ny = L::sub(L::mul(tz, sx), L::mul(tx, sz));
         const V nz = L::sub(L::mul(tx, sy), L::mul(ty, sx));
         const V nl = guardedLength<L>(nx, ny, nz);
-        addToCorners<L>(sums, c, L::div(nx, nl), L::div(ny, nl), L::div(nz, nl));
+        addToCorners<L>(t, sums, c, L::div(nx, nl), L::div(ny, nl), L::div(nz, nl));
     }
     return f;
 }

@@ -6,6 +6,7 @@
 
 #include "io/mesh_readers.h"
 #include "tbn/face_messages.h"
+#include "tbn/frame_threads.h"
 #include "tbn/record_buffer.h"
 
 using namespace kestrel::meridian;
@@ -88,16 +89,17 @@ bool TBNEngineGeneral::load(const Eigen::MatrixXd& vertices, const Eigen::Matrix
     return true;
 }
 
-void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlanar) const {
+void TBNEngineGeneral::computeFrames(const float* headPlanar, float* framesPlanar,
+                                     int threads) const {
     constexpr Eigen::Index n = kHeadVertexCount;
     const Eigen::Index m = static_cast<Eigen::Index>(taviToHead_.size());
-    // Kept by the thread between calls, like the face normals.
-    thread_local RecordBuffer positions, normalSums;
-    double* records = positions.reserve(4 * static_cast<size_t>(m));
-    widenToRecords(headPlanar, n, taviToHead_.data(), m, records);
+    // Kept by the thread between calls, like the face normals; each thread
+    // widens the positions itself.
+    thread_local RecordBuffer normalSums;
     double* sums = normalSums.reserve(4 * static_cast<size_t>(m));
-    accumulateNormalSums(topology_, records, sums);
-    writeVertexFrames(sums, headToTavi_.data(), outputVertexCount(), framesPlanar);
+    if (threads <= 0) threads = frameThreadCount(topology_.faceCount());
+    computeFramesOnThreads(topology_, FramePositions{nullptr, headPlanar, n, taviToHead_.data()},
+                           sums, headToTavi_.data(), outputVertexCount(), framesPlanar, threads);
 }
 
 namespace kestrel::meridian {

@@ -49,7 +49,8 @@ class TBNEngineGeneral {
     /// Tangent frames of one head, one per entry of idx_head2tavi.
     /// headPlanar:   3 * 20481 floats, planar
     /// framesPlanar: room for 9 * outputVertexCount() floats, written planar
-    void computeFrames(const float* headPlanar, float* framesPlanar) const;
+    /// threads:      1 or 2, or 0 for frameThreadCount; the bits are the same
+    void computeFrames(const float* headPlanar, float* framesPlanar, int threads = 0) const;
 
     /// Output vertices per call (entries of idx_head2tavi).
     Eigen::Index outputVertexCount() const { return static_cast<Eigen::Index>(headToTavi_.size()); }

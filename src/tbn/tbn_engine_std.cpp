@@ -4,6 +4,7 @@
 
 #include "io/mesh_readers.h"
 #include "tbn/face_messages.h"
+#include "tbn/frame_threads.h"
 #include "tbn/record_buffer.h"
 
 namespace kestrel::meridian {
@@ -49,15 +50,15 @@ void TBNEngineStd::clear() {
                        DeterminantGuard::none, topology_);
 }
 
-void TBNEngineStd::computeFrames(const float* headPlanar, float* framesPlanar) const {
+void TBNEngineStd::computeFrames(const float* headPlanar, float* framesPlanar, int threads) const {
     constexpr Eigen::Index n = kHeadVertexCount;
-    // Kept by the thread between calls, like the face normals.
-    thread_local RecordBuffer positions, normalSums;
-    double* records = positions.reserve(4 * n);
-    widenToRecords(headPlanar, n, nullptr, n, records);
+    // Kept by the thread between calls, like the face normals; each thread
+    // widens the positions itself.
+    thread_local RecordBuffer normalSums;
     double* sums = normalSums.reserve(4 * n);
-    accumulateNormalSums(topology_, records, sums);
-    writeVertexFrames(sums, nullptr, n, framesPlanar);
+    if (threads <= 0) threads = frameThreadCount(topology_.faceCount());
+    computeFramesOnThreads(topology_, FramePositions{nullptr, headPlanar, n, nullptr}, sums,
+                           nullptr, n, framesPlanar, threads);
 }
 
 }  // namespace kestrel::meridian

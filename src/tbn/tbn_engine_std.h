@@ -41,7 +41,8 @@ class TBNEngineStd {
     /// headPlanar:   3 * 20481 floats, planar (all x, all y, all z)
     /// framesPlanar: room for 9 * 20481 floats, written planar (component k of
     ///               vertex i at k * 20481 + i: tangent, bitangent, normal)
-    void computeFrames(const float* headPlanar, float* framesPlanar) const;
+    /// threads:      1 or 2, or 0 for frameThreadCount; the bits are the same
+    void computeFrames(const float* headPlanar, float* framesPlanar, int threads = 0) const;
 
     const Eigen::MatrixXd& uv() const { return uv_; }            ///< 2 by #T
     const Eigen::MatrixXd& faces() const { return faces_; }      ///< 3 by #F, 1-based

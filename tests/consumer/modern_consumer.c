@@ -64,6 +64,8 @@ int main(int argc, char** argv) {
     meridian_tangent_frames* frames = meridian_tangent_frames_open(model);
     check(frames != NULL, meridian_open_error());
     if (frames) {
+        check(meridian_tangent_frames_set_thread_count(frames, 1) == MERIDIAN_OK,
+              meridian_tangent_frames_last_error(frames));
         const size_t m = meridian_tangent_frames_output_vertex_count(frames);
         float* out = malloc(9 * m * sizeof *out);
         runFloats("tangent frames", meridian_tangent_frames_run(frames, head, 3 * n, out, 9 * m),
