@@ -2,6 +2,7 @@
 // runs exactly once, the halves on two threads, job after job; a caller
 // that finds the thread busy is refused at once and runs nothing.
 #include <atomic>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -76,3 +77,19 @@ TEST(PairedThread, CallersOnManyThreadsEachGetTheirJobDoneOnce) {
     EXPECT_EQ(halves.load(), 2 * kCallers * kJobs);
     EXPECT_LT(alone.load(), kCallers * kJobs);  // some got the pair
 }
+
+#if !defined(_WIN32)
+TEST(PairedThread, AForkedChildStartsAThreadOfItsOwn) {
+    // The child has the started object but not the thread: a job there must
+    // still get both halves done, not wait for a thread that is not there.
+    km::PairedThread pair;
+    ASSERT_TRUE(pair.runHalves([](int) {}));
+    EXPECT_EXIT(
+        {
+            std::atomic<int> halves{0};
+            const bool ran = pair.runHalves([&](int) { ++halves; });
+            std::exit(ran && halves.load() == 2 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+#endif

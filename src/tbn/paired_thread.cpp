@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <system_error>
+#include <vector>
 
 #if defined(_WIN32)
 #include <process.h>
@@ -42,18 +43,27 @@ bool spinUntil(const Done& done) {
 
 }  // namespace
 
+std::vector<void*>& PairedThread::abandonedLinks() {
+    static auto* links = new std::vector<void*>;  // never freed: see startIfNeeded
+    return *links;
+}
+
 PairedThread::~PairedThread() {
-    if (!thread_) return;
+    if (!link_) return;
     if (ownerProcess_ != static_cast<long>(MERIDIAN_PROCESS_ID())) {
-        (void)thread_.release();  // a fork's copy: the thread is not here to join
+        abandonedLinks().push_back(link_.release());  // a fork's copy (startIfNeeded)
         return;
     }
     {
-        std::lock_guard<std::mutex> lock(state_);
-        stop_.store(true);
+        std::lock_guard<std::mutex> lock(link_->state);
+        link_->stop.store(true);
     }
-    wake_.notify_all();
-    thread_->join();
+    link_->wake.notify_all();
+#if defined(_WIN32)
+    link_->thread.join();
+#else
+    pthread_join(link_->thread, nullptr);
+#endif
 }
 
 PairedThread& PairedThread::shared() {
@@ -63,15 +73,24 @@ PairedThread& PairedThread::shared() {
 
 bool PairedThread::startIfNeeded() {
     const long process = static_cast<long>(MERIDIAN_PROCESS_ID());
-    if (thread_ && ownerProcess_ == process) return true;
-    // After a fork the child has the object but not the thread; the old
-    // handle cannot be joined here, so it is let go.
-    if (thread_) (void)thread_.release();
-    posted_.store(0);
-    done_.store(0);
-    stop_.store(false);
+    if (link_ && ownerProcess_ == process) return true;
+    // After a fork the child has the link but not the thread; neither the
+    // copy's thread nor its condition variable can be used or destroyed, so
+    // the copy is set aside for good (on a list, so that it is not a leak).
+    if (link_) abandonedLinks().push_back(link_.release());
     try {
-        thread_ = std::make_unique<std::thread>([this] { serve(0); });
+        auto link = std::make_unique<Link>();
+#if defined(_WIN32)
+        Link* shared = link.get();
+        link->thread = std::thread([shared] { serve(*shared); });
+#else
+        const auto entry = [](void* shared) -> void* {
+            serve(*static_cast<Link*>(shared));
+            return nullptr;
+        };
+        if (pthread_create(&link->thread, nullptr, entry, link.get()) != 0) return false;
+#endif
+        link_ = std::move(link);
     } catch (const std::system_error&) {
         return false;
     } catch (const std::bad_alloc&) {
@@ -84,41 +103,43 @@ bool PairedThread::startIfNeeded() {
 bool PairedThread::run(Call call, const void* job) {
     std::unique_lock<std::mutex> caller(caller_, std::try_to_lock);
     if (!caller.owns_lock() || !startIfNeeded()) return false;
-    const uint64_t number = posted_.load(std::memory_order_relaxed) + 1;
+    Link& link = *link_;
+    const uint64_t number = link.posted.load(std::memory_order_relaxed) + 1;
     {
-        std::lock_guard<std::mutex> lock(state_);
-        call_ = call;
-        job_ = job;
-        posted_.store(number, std::memory_order_release);
+        std::lock_guard<std::mutex> lock(link.state);
+        link.call = call;
+        link.job = job;
+        link.posted.store(number, std::memory_order_release);
     }
-    wake_.notify_one();
+    link.wake.notify_one();
     call(job, 0);
-    const auto finished = [&] { return done_.load(std::memory_order_acquire) == number; };
+    const auto finished = [&] { return link.done.load(std::memory_order_acquire) == number; };
     if (!spinUntil(finished)) {
-        std::unique_lock<std::mutex> lock(state_);
-        wake_.wait(lock, finished);
+        std::unique_lock<std::mutex> lock(link.state);
+        link.wake.wait(lock, finished);
     }
     return true;
 }
 
-void PairedThread::serve(uint64_t seen) {
+void PairedThread::serve(Link& link) {
+    uint64_t seen = 0;
     for (;;) {
         const auto newJob = [&] {
-            return posted_.load(std::memory_order_acquire) != seen ||
-                   stop_.load(std::memory_order_acquire);
+            return link.posted.load(std::memory_order_acquire) != seen ||
+                   link.stop.load(std::memory_order_acquire);
         };
         if (!spinUntil(newJob)) {
-            std::unique_lock<std::mutex> lock(state_);
-            wake_.wait(lock, newJob);
+            std::unique_lock<std::mutex> lock(link.state);
+            link.wake.wait(lock, newJob);
         }
-        if (stop_.load(std::memory_order_acquire)) return;
-        seen = posted_.load(std::memory_order_acquire);
-        call_(job_, 1);
+        if (link.stop.load(std::memory_order_acquire)) return;
+        seen = link.posted.load(std::memory_order_acquire);
+        link.call(link.job, 1);
         {
-            std::lock_guard<std::mutex> lock(state_);
-            done_.store(seen, std::memory_order_release);
+            std::lock_guard<std::mutex> lock(link.state);
+            link.done.store(seen, std::memory_order_release);
         }
-        wake_.notify_all();
+        link.wake.notify_all();
     }
 }
 

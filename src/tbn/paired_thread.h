@@ -9,6 +9,11 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
+
+#if !defined(_WIN32)
+#include <pthread.h>
+#endif
 
 namespace kestrel::meridian {
 
@@ -38,19 +43,33 @@ class PairedThread {
 
   private:
     using Call = void (*)(const void*, int);
+    /// What the two threads share. A forked child gets a copy whose mutex
+    /// and condition variable may hold the state of threads it does not
+    /// have, so it lets the copy go and makes its own.
+    struct Link {
+        std::mutex state;  // guards sleeping on `wake`
+        std::condition_variable wake;
+        std::atomic<uint64_t> posted{0}, done{0};
+        std::atomic<bool> stop{false};
+        Call call = nullptr;
+        const void* job = nullptr;
+#if defined(_WIN32)
+        std::thread thread;
+#else
+        // A plain POSIX thread: std::thread keeps its start state on the heap,
+        // owned by the new thread, which a forked child reports as leaked.
+        pthread_t thread{};
+#endif
+    };
+
+    static std::vector<void*>& abandonedLinks();
     bool run(Call call, const void* job);
     bool startIfNeeded();
-    void serve(uint64_t posted);
+    static void serve(Link& link);
 
     std::mutex caller_;  // held by the one caller using the thread
-    std::mutex state_;   // guards sleeping on `wake_`
-    std::condition_variable wake_;
-    std::unique_ptr<std::thread> thread_;
-    long ownerProcess_ = 0;  // the process that started thread_ (a fork has no thread)
-    std::atomic<uint64_t> posted_{0}, done_{0};
-    std::atomic<bool> stop_{false};
-    Call call_ = nullptr;
-    const void* job_ = nullptr;
+    std::unique_ptr<Link> link_;
+    long ownerProcess_ = 0;  // the process that started link_'s thread
 };
 
 }  // namespace kestrel::meridian
