@@ -54,15 +54,23 @@ const WidePasses* widePasses(simd::Level level) {
     return nullptr;
 }
 
-// The faces touching each side of a split at vertex `middle`: how many
-// faces the busier of the two threads would run.
+// Which sides of a split at vertex `middle` the face with these three
+// corners has a corner on: side 0 below `middle`, side 1 from it.
+struct SidesTouched {
+    bool side[2] = {false, false};
+    SidesTouched(const int32_t* corner, int32_t middle) {
+        for (int k = 0; k < 3; ++k) side[corner[k] >= middle ? 1 : 0] = true;
+    }
+};
+
+// How many faces the busier of the two threads would run with a split at
+// vertex `middle`.
 size_t busierSide(const std::vector<int32_t>& corners, int32_t middle) {
     size_t count[2] = {0, 0};
     for (size_t f = 0; f + 3 <= corners.size(); f += 3) {
-        bool touches[2] = {false, false};
-        for (int k = 0; k < 3; ++k) touches[corners[f + k] >= middle ? 1 : 0] = true;
-        count[0] += touches[0];
-        count[1] += touches[1];
+        const SidesTouched touches(corners.data() + f, middle);
+        count[0] += touches.side[0];
+        count[1] += touches.side[1];
     }
     return std::max(count[0], count[1]);
 }
@@ -88,10 +96,9 @@ void splitIntoHalves(FrameTopology& topology) {
     topology.halves[1].firstVertex = middle;
     topology.halves[1].endVertex = vertexCount;
     for (size_t f = 0; f < topology.faceCount(); ++f) {
-        bool touches[2] = {false, false};
-        for (int k = 0; k < 3; ++k) touches[topology.corners[3 * f + k] >= middle ? 1 : 0] = true;
+        const SidesTouched touches(topology.corners.data() + 3 * f, middle);
         for (int side = 0; side < 2; ++side) {
-            if (!touches[side]) continue;
+            if (!touches.side[side]) continue;
             FrameHalf& half = topology.halves[side];
             for (int k = 0; k < 3; ++k) {
                 const int32_t vertex = topology.corners[3 * f + k];

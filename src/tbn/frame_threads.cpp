@@ -29,13 +29,8 @@ const double* recordsOf(const FramePositions& positions, Eigen::Index vertexCoun
 }  // namespace
 
 int frameThreadCount(size_t faceCount) {
-#if defined(_WIN32)
-    (void)faceCount;
-    return 1;
-#else
     const bool twoCores = std::thread::hardware_concurrency() >= 2;
     return twoCores && faceCount >= kTwoThreadFaceCount ? 2 : 1;
-#endif
 }
 
 void computeFramesOnThreads(const FrameTopology& topology, const FramePositions& positions,
@@ -48,7 +43,8 @@ void computeFramesOnThreads(const FrameTopology& topology, const FramePositions&
         writeVertexFrames(normalSums, pick, count, out, level);
     };
 #if defined(_WIN32)
-    threads = 1;  // see frameThreadCount
+    // A thread kept by a DLL cannot be joined safely while the DLL unloads.
+    threads = 1;
 #endif
     if (threads < 2) {
         onOneThread();

@@ -20,9 +20,7 @@ constexpr size_t kTwoThreadFaceCount = 4096;
 
 /// Threads worth using for a topology of `faceCount` faces: 2 when the
 /// processor has at least two and there are kTwoThreadFaceCount faces or
-/// more, else 1. Always 1 on Windows, where a library's kept thread cannot
-/// be joined safely when the library is unloaded (computeFramesOnThreads
-/// uses one thread there whatever it is asked).
+/// more, else 1.
 int frameThreadCount(size_t faceCount);
 
 /// The positions a call reads: records given by the caller, or planar floats
@@ -38,8 +36,9 @@ struct FramePositions {
 /// Normal sums then frames: accumulateNormalSums and writeVertexFrames, on
 /// `threads` threads (1 or 2; the caller's thread is one of them, the other
 /// is PairedThread::shared()). When the second thread is in use by another
-/// caller or cannot start, the caller does everything; the bits are the same
-/// in every case.
+/// caller or cannot start, and always on Windows (where a library's kept
+/// thread cannot be joined safely when the library is unloaded), the caller
+/// does everything; the bits are the same in every case.
 /// positions:  the records of topology.vertexCount vertices
 /// normalSums: room for 4 * topology.vertexCount doubles, overwritten
 /// pick:       `count` vertices of the topology, or null for 0 .. count - 1
