@@ -18,6 +18,8 @@ import argparse
 import os
 import pathlib
 import resource
+import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -92,9 +94,10 @@ def batch(model, folder, out, workers, chunk):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--heads", type=int, default=96, help="heads per batch run")
+    parser.add_argument("--heads", type=int, default=256, help="heads per batch run")
     parser.add_argument("--tool-heads", type=int, default=8, help="heads for the tool loop")
     parser.add_argument("--chunk", type=int, default=16)
+    parser.add_argument("--rounds", type=int, default=3, help="counted rounds of 1 and 2 workers")
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="batch-bench-") as scratch:
         scratch = pathlib.Path(scratch)
@@ -104,17 +107,25 @@ def main():
         tool = tool_per_head(model, heads[:arguments.tool_heads], scratch / "tool")
         print(f"tool once per head:        {tool:7.1f} heads/s", flush=True)
         loop = exporter_loop(model, heads, scratch / "loop")
+        shutil.rmtree(scratch / "loop")
         print(f"Exporter loop, 1 process:  {loop:7.1f} heads/s", flush=True)
-        rates = {}
-        for workers in (1, 2):
-            rate, peaks, size = batch(model, scratch / "in", scratch / f"batch{workers}",
-                                      workers, arguments.chunk)
-            rates[workers] = rate
-            print(f"batch, {workers} worker(s), chunk {arguments.chunk}: {rate:7.1f} heads/s; "
-                  f"peak per worker {', '.join(f'{p:.0f}' for p in peaks)} MB; "
-                  f".glb {size / 1e6:.2f} MB", flush=True)
-        print(f"2 workers against 1: {rates[2] / rates[1]:.2f}x; "
-              f"2 workers against the tool: {rates[2] / tool:.1f}x")
+        rates = {1: [], 2: []}
+        for round_number in range(arguments.rounds + 1):
+            for workers in (1, 2):
+                out = scratch / "batch"
+                rate, peaks, size = batch(model, scratch / "in", out, workers, arguments.chunk)
+                shutil.rmtree(out)
+                counted = round_number > 0
+                if counted:
+                    rates[workers].append(rate)
+                print(f"{'round ' + str(round_number) if counted else 'warm-up'}: batch, "
+                      f"{workers} worker(s), chunk {arguments.chunk}: {rate:7.1f} heads/s; "
+                      f"peak per worker {', '.join(f'{p:.0f}' for p in peaks)} MB; "
+                      f".glb {size / 1e6:.2f} MB", flush=True)
+        one, two = statistics.median(rates[1]), statistics.median(rates[2])
+        print(f"median of {arguments.rounds}: 1 worker {one:.1f} heads/s, 2 workers {two:.1f} "
+              f"heads/s; 2 workers against 1: {two / one:.2f}x; "
+              f"2 workers against the tool: {two / tool:.1f}x")
 
 
 if __name__ == "__main__":

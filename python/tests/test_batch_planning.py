@@ -7,7 +7,7 @@ import os
 import pytest
 
 from meridian.batch import manifest
-from meridian.batch.files import sha256_of, write_atomically
+from meridian.batch.files import sha256_of, write_all_atomically, write_atomically
 from meridian.batch.inputs import InputError, Job, plan_jobs, read_list
 from meridian.batch.outliers import find_outliers, modified_z_scores
 
@@ -82,6 +82,35 @@ def test_atomic_write_refuses_what_is_not_a_regular_file(tmp_path):
     write_atomically(str(tmp_path / "a.glb"), b"second")
     assert (tmp_path / "a.glb").read_bytes() == b"second"
     assert sorted(os.listdir(tmp_path)) == ["a.glb", "folder.glb", "link.glb"]
+
+
+def test_a_chunk_of_files_fails_file_by_file(tmp_path, monkeypatch):
+    """Files written together: a target that is refused, or whose flush to
+    disk fails, keeps its old content and leaves no temporary; the others
+    are written whole."""
+    (tmp_path / "folder.glb").mkdir()
+    (tmp_path / "kept.glb").write_bytes(b"old")
+    real_fsync = os.fsync
+    failing = []
+
+    def fsync(descriptor):
+        if os.readlink(f"/proc/self/fd/{descriptor}").startswith(str(tmp_path / ".kept.glb.")):
+            failing.append(descriptor)
+            raise OSError("disk full")
+        real_fsync(descriptor)
+
+    monkeypatch.setattr(os, "fsync", fsync)
+    names = ["a.glb", "folder.glb", "kept.glb", "sub/b.glb", "c.glb"]
+    errors = write_all_atomically([(str(tmp_path / name), name.encode() * 1000)
+                                   for name in names], flush_threads=3)
+    assert [type(error).__name__ if error else None for error in errors] == [
+        None, "OSError", "OSError", None, None]
+    assert "not a regular file" in str(errors[1]) and "disk full" in str(errors[2])
+    assert len(failing) == 1
+    for name in ("a.glb", "sub/b.glb", "c.glb"):
+        assert (tmp_path / name).read_bytes() == name.encode() * 1000
+    assert (tmp_path / "kept.glb").read_bytes() == b"old"
+    assert sorted(os.listdir(tmp_path)) == ["a.glb", "c.glb", "folder.glb", "kept.glb", "sub"]
 
 
 def test_modified_z_scores_flag_the_head_that_stands_out():

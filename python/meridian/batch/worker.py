@@ -12,7 +12,7 @@ import sys
 import time
 from dataclasses import dataclass
 
-from .files import remove_stale_temporaries, write_atomically
+from .files import remove_stale_temporaries, write_all_atomically
 
 # Fault hook for tests: "N:MARKER" makes the worker process that reaches its
 # N-th head end at once (as a crash would), provided the file MARKER can be
@@ -124,15 +124,6 @@ def _read(job, row):
     return read_head(job.source)
 
 
-def _write(job, row, glb, report, times):
-    remove_stale_temporaries(job.output)
-    started = time.perf_counter()
-    write_atomically(job.output, glb)
-    times["write"] = time.perf_counter() - started
-    row.update(status="ok", output_size=len(glb), output_sha256=hashlib.sha256(glb).hexdigest(),
-               qa=report, times=times)
-
-
 def export_chunk(model, options, jobs):
     """Exports a chunk of heads; returns their rows in order.
 
@@ -170,15 +161,32 @@ def export_chunk(model, options, jobs):
             except Exception as error:
                 built.append(error)
             shares.append(time.perf_counter() - one_started)
-    for index, started, read, share, outcome in zip(good, starts, reads, shares, built):
-        row = rows[index]
-        try:
-            if isinstance(outcome, Exception):
-                raise outcome
-            glb, report = outcome
-            times = {"read": read, "export": share}
-            _write(jobs[index], row, glb, report, times)
-            times["total"] = read + share + times["write"]
-        except Exception as error:
-            _fail(row, error, started)
+    _write_chunk(jobs, rows, zip(good, starts, reads, shares, built))
     return rows
+
+
+def _write_chunk(jobs, rows, outcomes):
+    """Writes the assets of a chunk's built heads, all in one call so their
+    flushes to disk overlap, and fills in their rows. `outcomes` holds, per
+    built head, (index in the chunk, start time, read time, build time,
+    (glb, report) or the exception that stopped the build)."""
+    written = []
+    for index, started, read, share, outcome in outcomes:
+        if isinstance(outcome, Exception):
+            _fail(rows[index], outcome, started)
+            continue
+        remove_stale_temporaries(jobs[index].output)
+        written.append((index, started, read, share, *outcome))
+    if not written:
+        return
+    write_started = time.perf_counter()
+    errors = write_all_atomically([(jobs[index].output, glb) for index, *_, glb, _ in written])
+    write_share = (time.perf_counter() - write_started) / len(written)
+    for (index, started, read, share, glb, report), error in zip(written, errors):
+        if error is not None:
+            _fail(rows[index], error, started)
+            continue
+        rows[index].update(status="ok", output_size=len(glb),
+                           output_sha256=hashlib.sha256(glb).hexdigest(), qa=report,
+                           times={"read": read, "export": share, "write": write_share,
+                                  "total": read + share + write_share})
