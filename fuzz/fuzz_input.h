@@ -11,12 +11,23 @@
 
 namespace meridian::fuzz {
 
+/// The path of this process's scratch file, removed when the process ends
+/// normally, so runs do not leave one file per process behind.
+struct ScratchFile {
+    std::string path;
+    ScratchFile() {
+        const char* dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+        path = std::string(dir) + "/meridian-fuzz-" + std::to_string(getpid());
+    }
+    ~ScratchFile() { std::remove(path.c_str()); }
+    ScratchFile(const ScratchFile&) = delete;
+    ScratchFile& operator=(const ScratchFile&) = delete;
+};
+
 /// The scratch file of this process, holding `size` bytes of `data`.
 inline const std::string& writeInput(const uint8_t* data, size_t size) {
-    static const std::string path = [] {
-        const char* dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        return std::string(dir) + "/meridian-fuzz-" + std::to_string(getpid());
-    }();
+    static const ScratchFile scratch;
+    const std::string& path = scratch.path;
     std::FILE* file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) __builtin_trap();
     if (size > 0 && std::fwrite(data, 1, size, file) != size) __builtin_trap();

@@ -24,39 +24,48 @@ def write_atomically(path, data):
         raise error
 
 
-def write_all_atomically(files, flush_threads=4):
+def write_all_atomically(files, flush_threads=4, while_flushing=None):
     """Writes each (path, bytes) of `files` as write_atomically does, and
     returns, per file, None or the exception that stopped it (that file is
     then left as it was, and no temporary stays behind).
 
     The bytes are written here, one file after another, so the caller's
     process still does its work on one thread; only the flushes to disk,
-    which wait on the disk rather than on this process, run side by side on
-    up to `flush_threads` threads. The disk then gets every file of the call
-    at once instead of one at a time; each file is renamed into place only
-    once its own flush is done."""
+    which wait on the disk rather than on this process, run on up to
+    `flush_threads` threads, each started as soon as its file is written.
+    The disk then has the files of the call side by side instead of one at
+    a time, while the next file is written. `while_flushing(index)`, when
+    given, is called once file `index` is written and its flush started:
+    work of the caller's that the flushes overlap. Each file is renamed into
+    place only once its own flush is done."""
     errors = [None] * len(files)
     staged = []  # (index, descriptor, temporary), each until renamed or removed
+    flushers = (ThreadPoolExecutor(max_workers=min(flush_threads, len(files)))
+                if flush_threads > 1 and len(files) > 1 else None)
+
+    def flush(index, descriptor):
+        try:
+            os.fsync(descriptor)
+        except Exception as error:
+            errors[index] = error
+
     try:
+        flushes = []
         for index, (path, data) in enumerate(files):
             try:
                 staged.append((index, *_write_temporary(path, data)))
             except Exception as error:
                 errors[index] = error
-
-        def flush(item):
-            index, descriptor, _ = item
-            try:
-                os.fsync(descriptor)
-            except Exception as error:
-                errors[index] = error
-
-        if flush_threads > 1 and len(staged) > 1:
-            with ThreadPoolExecutor(max_workers=min(flush_threads, len(staged))) as flushers:
-                list(flushers.map(flush, staged))
-        else:
-            for item in staged:
-                flush(item)
+                continue
+            descriptor = staged[-1][1]
+            if flushers is None:
+                flush(index, descriptor)
+            else:
+                flushes.append(flushers.submit(flush, index, descriptor))
+            if while_flushing is not None:
+                while_flushing(index)
+        for done in flushes:
+            done.result()
         while staged:
             index, descriptor, temporary = staged[0]
             os.close(descriptor)
@@ -69,6 +78,8 @@ def write_all_atomically(files, flush_threads=4):
                 errors[index] = error
             _remove(temporary)
     finally:  # interrupted: what was not renamed goes
+        if flushers is not None:
+            flushers.shutdown(wait=True)
         for _, descriptor, temporary in staged:
             os.close(descriptor)
             _remove(temporary)

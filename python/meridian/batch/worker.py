@@ -167,7 +167,8 @@ def export_chunk(model, options, jobs):
 
 def _write_chunk(jobs, rows, outcomes):
     """Writes the assets of a chunk's built heads, all in one call so their
-    flushes to disk overlap, and fills in their rows. `outcomes` holds, per
+    flushes to disk overlap each other and the hashing of the assets, and
+    fills in their rows. `outcomes` holds, per
     built head, (index in the chunk, start time, read time, build time,
     (glb, report) or the exception that stopped the build)."""
     written = []
@@ -179,14 +180,19 @@ def _write_chunk(jobs, rows, outcomes):
         written.append((index, started, read, share, *outcome))
     if not written:
         return
+    digests = [None] * len(written)
+
+    def digest(k):  # while the disk flushes
+        digests[k] = hashlib.sha256(written[k][4]).hexdigest()
+
     write_started = time.perf_counter()
-    errors = write_all_atomically([(jobs[index].output, glb) for index, *_, glb, _ in written])
+    errors = write_all_atomically([(jobs[index].output, glb) for index, *_, glb, _ in written],
+                                  while_flushing=digest)
     write_share = (time.perf_counter() - write_started) / len(written)
-    for (index, started, read, share, glb, report), error in zip(written, errors):
+    for (index, started, read, share, glb, report), error, sha256 in zip(written, errors, digests):
         if error is not None:
             _fail(rows[index], error, started)
             continue
-        rows[index].update(status="ok", output_size=len(glb),
-                           output_sha256=hashlib.sha256(glb).hexdigest(), qa=report,
+        rows[index].update(status="ok", output_size=len(glb), output_sha256=sha256, qa=report,
                            times={"read": read, "export": share, "write": write_share,
                                   "total": read + share + write_share})
