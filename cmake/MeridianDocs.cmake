@@ -34,6 +34,9 @@ if(DOXYGEN_FOUND AND MERIDIAN_PYTHON3)
     COMMAND ${CMAKE_COMMAND} -E chdir ${MERIDIAN_DOCS_DIR}/python
             ${CMAKE_COMMAND} -E env PYTHONPATH=${CMAKE_CURRENT_SOURCE_DIR}/python PYTHONDONTWRITEBYTECODE=1
             ${MERIDIAN_PYTHON3} -m pydoc -w ${meridian_python_modules}
+    COMMAND ${CMAKE_COMMAND} -DPAGES=${MERIDIAN_DOCS_DIR}/python
+            -DSOURCE=${CMAKE_CURRENT_SOURCE_DIR}/python
+            -P ${CMAKE_CURRENT_SOURCE_DIR}/cmake/pydoc_relative_paths.cmake
     COMMENT "C reference (Doxygen) and Python reference (pydoc) into ${MERIDIAN_DOCS_DIR}"
     VERBATIM)
 endif()

@@ -40,4 +40,10 @@ fi
 echo "--- references"
 command -v doxygen >/dev/null || { echo "doxygen is needed for the C reference"; exit 1; }
 cmake --build "$build" --target meridian_docs
+# The pages are installed: they name modules by their place in the package,
+# not by where this machine keeps the sources.
+if grep -l "$root/python" "$build"/docs/python/*.html; then
+  echo "the Python reference names source paths of this machine (above)"
+  exit 1
+fi
 echo "docs: ok"
