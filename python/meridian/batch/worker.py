@@ -166,11 +166,11 @@ def export_chunk(model, options, jobs):
 
 
 def _write_chunk(jobs, rows, outcomes):
-    """Writes the assets of a chunk's built heads, all in one call so their
-    flushes to disk overlap each other and the hashing of the assets, and
-    fills in their rows. `outcomes` holds, per
-    built head, (index in the chunk, start time, read time, build time,
-    (glb, report) or the exception that stopped the build)."""
+    """Writes the assets of a chunk's built heads and fills in their rows.
+    `outcomes` holds, per built head, (index in the chunk, start time, read
+    time, build time, (glb, report) or the exception that stopped the
+    build). The assets are written in one call, so their flushes to disk
+    overlap each other and the hashing of the assets."""
     written = []
     for index, started, read, share, outcome in outcomes:
         if isinstance(outcome, Exception):
@@ -180,10 +180,11 @@ def _write_chunk(jobs, rows, outcomes):
         written.append((index, started, read, share, *outcome))
     if not written:
         return
+    glbs = [glb for *_, glb, _ in written]
     digests = [None] * len(written)
 
     def digest(k):  # while the disk flushes
-        digests[k] = hashlib.sha256(written[k][4]).hexdigest()
+        digests[k] = hashlib.sha256(glbs[k]).hexdigest()
 
     write_started = time.perf_counter()
     errors = write_all_atomically([(jobs[index].output, glb) for index, *_, glb, _ in written],
